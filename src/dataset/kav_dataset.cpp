@@ -1,0 +1,56 @@
+#include "dataset/kav_dataset.h"
+
+#include <algorithm>
+#include <err.h>
+#include <stdexcept>
+
+#include "components/kav_icu.h"
+#include "components/kav_zoneinfo.h"
+#include "dataset/update_root.h"
+
+namespace kav {
+
+kav_dataset::kav_dataset() { create_components(); }
+
+kav_dataset::kav_dataset(const std::string& root) : root_(root) {
+  create_components();
+}
+
+void kav_dataset::create_components() {
+  // The zoneinfo component reads its "+VERSION" even for a root refused below.
+  auto zoneinfo = std::make_shared<kav_zoneinfo>(root_);
+  if (root_.empty()) {
+    version_string_ = zoneinfo->version_text() + ".1.0";
+  } else if (has_update_prefix(root_)) {
+    version_string_ = root_.substr(update_prefix_length);
+  } else {
+    warn("kav_dataset::create_components: bad path %s", root_.c_str());
+    throw std::invalid_argument("badpath");
+  }
+  version_.parse(version_string_);
+  components_.push_back(std::move(zoneinfo));
+  components_.push_back(std::make_shared<kav_icu>(root_));
+}
+
+bool kav_dataset::compatible_with(const kav_dataset& other) const {
+  const std::size_t common = std::min(components_.size(), other.components_.size());
+  for (std::size_t i = 0; i < common; ++i)
+    if (!components_[i]->compatible_schema(*other.components_[i])) return false;
+  return components_.size() == other.components_.size();
+}
+
+bool kav_dataset::operator==(const kav_dataset& other) const {
+  return root_ == other.root_;
+}
+
+bool kav_dataset::operator>(const kav_dataset& other) const {
+  return version_ > other.version_;
+}
+
+void kav_dataset::install_links() const {
+  for (const auto& component : components_) component->install_link();
+}
+
+void reset_to_system() { kav_dataset().install_links(); }
+
+}  // namespace kav
