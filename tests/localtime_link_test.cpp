@@ -66,6 +66,7 @@ TEST(LocaltimeLinkTest, KeepsCorrectsOrResets) {
   };
   for (const auto& c : cases) {
     fake_root root({link("/var/db/timezone/zoneinfo", "/usr/share/zoneinfo.default"),
+                    file("/usr/share/zoneinfo.default/+VERSION", "2014f\n"),
                     file("/usr/share/zoneinfo.default/Europe/Paris", "TZif")});
     for (const entry& item : c.local) root.add(item);
     const run_result result = root.run();
