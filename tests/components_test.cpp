@@ -28,21 +28,6 @@ TEST(FirstWordTest, SkipsLeadingWhiteSpaceAndStopsAtTheNext) {
   EXPECT_EQ(read_first_word(root.path() + "/dir"), "");
 }
 
-TEST(KavZoneinfoTest, DirectoryIsJoinedAsPlainText) {
-  const fake_root root({file("/set/zoneinfo/+VERSION", "2015a\n")});
-  const struct {
-    std::string root, directory, version_text;
-  } cases[] = {{root.path() + "/set", root.path() + "/set/zoneinfo", "2015a"},
-               {root.path() + "/set/", root.path() + "/set//zoneinfo", "2015a"},
-               {root.path() + "/none", root.path() + "/none/zoneinfo", ""}};
-  for (const auto& c : cases) {
-    const kav_zoneinfo zoneinfo(c.root);
-    EXPECT_EQ(zoneinfo.directory(), c.directory);
-    EXPECT_EQ(zoneinfo.version_text(), c.version_text) << c.root;
-  }
-  EXPECT_EQ(kav_zoneinfo().directory(), "/usr/share/zoneinfo.default");
-}
-
 TEST(KavIcuTest, TagComesFromTheFirstQualifyingDataFileName) {
   const std::string icutz = "/set/icutz/";
   const struct {

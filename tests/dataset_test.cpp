@@ -3,7 +3,6 @@
 
 #include "dataset/dataset_links.h"
 #include "dataset/kav_dataset.h"
-#include "startup/version_diff_record.h"
 #include "support/capture.h"
 #include "support/fake_root.h"
 
@@ -114,40 +113,6 @@ TEST(KavDatasetTest, VersionComesFromTheRootOrTheSystemVersionFile) {
                 0u);
     }
   }
-}
-
-TEST(KavDatasetTest, LinksPointAtTheDatasetOrBackAtTheSystem) {
-  const fake_root root(device("2014f"));
-  root.add(dir("/var/db/timezone"));
-  const run_result result = root.run_in_process([] {
-    kav_dataset(prefix + "2015a.1.0").install_links();
-    return std::string();
-  });
-  EXPECT_TRUE(result.err.empty());
-  expect_states(root,
-                {{"/var/db/timezone/zoneinfo", "-> " + prefix + "2015a.1.0/zoneinfo"},
-                 {"/var/db/icutz", "-> " + prefix + "2015a.1.0/icutz"}},
-                "install_links");
-  root.run_in_process([] {
-    reset_to_system();
-    return std::string();
-  });
-  expect_states(root,
-                {{"/var/db/timezone/zoneinfo", "-> /usr/share/zoneinfo.default"},
-                 {"/var/db/icutz", "absent"}},
-                "reset_to_system");
-}
-
-TEST(VersionDiffRecordTest, ReplacesTheWholeRecordWithoutALineEnd) {
-  const fake_root root(device("2014f"));
-  root.add(file("/record", "2013a.1.0_2014zz.123.456 and more"));
-  const run_result result = root.run_in_process([] {
-    write_version_diff_record(kav_dataset(), kav_dataset(prefix + "2015a.1.0"), "/record");
-    write_version_diff_record(kav_dataset(), kav_dataset(), "/no/such/dir/record");
-    return std::string();
-  });
-  EXPECT_TRUE(result.err.empty());
-  EXPECT_EQ(root.describe("/record"), "file:2014f.1.0_2015a.1.0");
 }
 
 }  // namespace

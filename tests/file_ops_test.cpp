@@ -87,14 +87,6 @@ TEST(CreateSymlinkTest, NamesLinkPathFirstAndLeavesExistingEntry) {
   }
 }
 
-TEST(ExistsTest, FollowsLinks) {
-  const fake_root root({file("/file"), link("/good", "file"), link("/dangling", "none")});
-  EXPECT_TRUE(exists(root.path() + "/file"));
-  EXPECT_TRUE(exists(root.path() + "/good"));
-  EXPECT_FALSE(exists(root.path() + "/dangling"));
-  EXPECT_FALSE(exists(root.path() + "/missing"));
-}
-
 TEST(TouchFileTest, CreatesWithUmaskKeepsContentAndOnlyWarns) {
   const fake_root root({file("/kept", "old marker")});
   const mode_t old_mask = ::umask(022);
@@ -110,18 +102,6 @@ TEST(TouchFileTest, CreatesWithUmaskKeepsContentAndOnlyWarns) {
   const std::string orphan = root.path() + "/missing/needs_cleanup";
   const auto lines = stderr_of([&] { touch_file(orphan); });
   EXPECT_EQ(lines, std::vector<std::string>{warning("Cannot touch file " + orphan, ENOENT)});
-}
-
-TEST(PrepareDirectoriesTest, SilentWhetherOrNotTheDirectoriesExist) {
-  for (const auto& tree : {std::vector<entry>{}, {dir("/var/db/timezone/tz")}}) {
-    const fake_root root(tree);
-    const run_result result = root.run_in_process([] {
-      prepare_directories();
-      return std::string("done");
-    });
-    EXPECT_EQ(result.out, "done");
-    EXPECT_TRUE(result.err.empty());
-  }
 }
 
 }  // namespace

@@ -13,6 +13,8 @@ const std::string icutz_link = "/var/db/icutz";
 const std::string latest_link = "/var/db/timezone/tz_latest";
 const std::string marker = "/var/db/timezone/needs_cleanup";
 const std::string record = "/var/db/timezone/TZVersionDiffRecord";
+// Longer than any record a switch writes here, so a partial rewrite shows.
+const std::string earlier_record = "2013a.1.0_2013b.1.0 from an earlier switch";
 
 std::vector<entry> operator+(std::vector<entry> a, const std::vector<entry>& b) {
   a.insert(a.end(), b.begin(), b.end());
@@ -32,7 +34,7 @@ std::vector<entry> device(const std::string& system_version) {
       file("/usr/share/zoneinfo.default/America/Los_Angeles", "TZif"),
       file("/usr/share/icu/icutzformat.txt", "44l\n"),
       link("/var/db/timezone/localtime", "/var/db/timezone/zoneinfo/America/Los_Angeles"),
-      file(record, "2013a.1.0_2013b.1.0")};
+      file(record, earlier_record)};
   for (const auto& [name, tag] : {std::pair{"2013a.1.0", "44l"}, {"2014a.1.0", "44l"},
                                   {"2014f.1.0", "44l"}, {"2015a.1.0", "44l"},
                                   {"2016a.1.0", "45b"}, {"foo", "44l"}})
@@ -53,7 +55,7 @@ std::vector<entry> latest(const std::string& name) {
 
 // The four outcomes every row checks.
 std::vector<state> links_to(const std::string& name, bool marked,
-                            const std::string& record_text = "2013a.1.0_2013b.1.0") {
+                            const std::string& record_text = earlier_record) {
   return {{zoneinfo_link, name.empty() ? "-> /usr/share/zoneinfo.default"
                                        : "-> " + tz + name + "/zoneinfo"},
           {icutz_link, name.empty() ? "absent" : "-> " + tz + name + "/icutz"},
@@ -140,7 +142,7 @@ TEST(StartupTest, ChoosesTheDataSetAndKeepsTheLinksConsistent) {
         "kavsetup: remove: could not remove /var/db/icutz: Is a directory",
         "kavsetup: unlink of ICU softlink failed: Is a directory"},
        {{zoneinfo_link, "-> /usr/share/zoneinfo.default"}, {icutz_link, "dir"},
-        {marker, "absent"}, {record, "file:2013a.1.0_2013b.1.0"}}},
+        {marker, "absent"}, {record, "file:" + earlier_record}}},
       {"no reset possible: the zoneinfo link is a directory",
        {file(zoneinfo_link + "/keep")},
        {"kavsetup: read_symlink: /var/db/timezone/zoneinfo: Invalid argument",
@@ -155,7 +157,7 @@ TEST(StartupTest, ChoosesTheDataSetAndKeepsTheLinksConsistent) {
         "kavsetup: create_symlink: from /var/db/timezone/zoneinfo to "
         "/usr/share/zoneinfo.default: File exists",
         "kavsetup: Unable to reset to system partition; exiting: File exists"},
-       {{zoneinfo_link, "dir"}, {marker, "absent"}, {record, "file:2013a.1.0_2013b.1.0"}},
+       {{zoneinfo_link, "dir"}, {marker, "absent"}, {record, "file:" + earlier_record}},
        1},
       {"system version beyond 32 bits: nothing can be built", in_use("2014f.1.0"),
        {noent(unable), noent("Unable to reset to system partition; exiting")},
