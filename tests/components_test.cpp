@@ -18,6 +18,10 @@ TEST(FirstWordTest, SkipsLeadingWhiteSpaceAndStopsAtTheNext) {
       {"\v\f\r44l\r\n", "44l"},       {"", ""},
       {" \n\t\v\f\r", ""},            {std::string(5000, 'x') + " y", std::string(5000, 'x')},
       {"caf\xc3\xa9\xa0x", "caf\xc3\xa9\xa0x"},  // only C-locale white space ends a word
+      // Words and white space longer than any one read.
+      {std::string(20000, 'x'), std::string(20000, 'x')},
+      {std::string(9000, '\n') + "2014f\n", "2014f"},
+      {std::string("20\0" "14f\n", 7), std::string("20\0" "14f", 6)},
   };
   for (const auto& c : cases) {
     const fake_root root({file("/+VERSION", c.content)});

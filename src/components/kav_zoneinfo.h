@@ -22,7 +22,7 @@ class kav_zoneinfo : public kav_dataset_component {
 
   const std::string& directory() const { return directory_; }
   // First word of "+VERSION"; empty when the file is missing or blank.
-  std::string version_text() const { return version_text_; }
+  const std::string& version_text() const { return version_text_; }
 
  private:
   void initialize();

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <err.h>
 #include <stdexcept>
+#include <utility>
 
 #include "components/kav_icu.h"
 #include "components/kav_zoneinfo.h"
@@ -12,7 +13,7 @@ namespace kav {
 
 kav_dataset::kav_dataset() { create_components(); }
 
-kav_dataset::kav_dataset(const std::string& root) : root_(root) {
+kav_dataset::kav_dataset(std::string root) : root_(std::move(root)) {
   create_components();
 }
 

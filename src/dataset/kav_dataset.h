@@ -23,7 +23,7 @@ class kav_dataset {
   // out_of_range of a version number too large and the errno of an ICU
   // directory that cannot be walked. A name that is not a version string
   // gives the unset version.
-  explicit kav_dataset(const std::string& root);
+  explicit kav_dataset(std::string root);
 
   // Whether every component accepts `other`'s component at the same place.
   bool compatible_with(const kav_dataset& other) const;

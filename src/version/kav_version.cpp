@@ -18,7 +18,9 @@ kav_version::kav_version(const std::string& text) { parse(text); }
 
 void kav_version::parse(const std::string& text) {
   try {
-    const std::regex pattern(R"(([0-9]+)([a-z]+)(?:\.([0-9]+))?(?:\.([0-9]+))?)");
+    // Compiled once per process: compiling costs far more than matching.
+    static const std::regex pattern(
+        R"(([0-9]+)([a-z]+)(?:\.([0-9]+))?(?:\.([0-9]+))?)");
     std::smatch results;
     if (!std::regex_match(text, results, pattern) || results.size() != 5) {
       warn("Cannot parse version string %s, results.size() = %d", text.c_str(),
