@@ -26,9 +26,9 @@ std::string read_first_word(const std::string& path) {
   for (;;) {
     const ssize_t length = ::read(fd.get(), buffer, sizeof buffer);
     if (length < 0 && errno == EINTR) continue;
-    // A file that cannot be read, such as a directory, holds no word.
-    if (length < 0) return {};
-    if (length == 0) return word;
+    // The end of the file, or a read that fails (as on a directory), ends the
+    // word where it stands.
+    if (length <= 0) return word;
     for (const char* c = buffer; c != buffer + length; ++c) {
       if (!is_space(*c))
         word.push_back(*c);

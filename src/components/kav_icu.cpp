@@ -3,8 +3,7 @@
 #include <cerrno>
 #include <cstring>
 #include <err.h>
-#include <dirent.h>
-#include <fcntl.h>
+#include <fts.h>
 #include <memory>
 #include <regex>
 #include <string_view>
@@ -17,27 +16,24 @@
 namespace kav {
 namespace {
 
-struct directory_closer {
-  void operator()(DIR* directory) const { ::closedir(directory); }
-};
-using directory_handle = std::unique_ptr<DIR, directory_closer>;
+using walk_handle = std::unique_ptr<FTS, decltype(&fts_close)>;
 
-// A name that the data file pattern, which begins with "icutz" and ends with
-// ".dat", could match. Cheap, so that the regular expression sees only names
-// it might accept; the expression alone decides.
+// Only a regular file directly inside the directory, readable by everyone,
+// can be the data file.
+bool may_be_data_file(const FTSENT& entry) {
+  return entry.fts_errno == 0 && entry.fts_level == 1 &&
+         entry.fts_namelen != 0 && entry.fts_info == FTS_F &&
+         (entry.fts_statp->st_mode & S_IROTH) != 0;
+}
+
+// Whether `name` could match the data file pattern, which begins with "icutz"
+// and ends with ".dat": a cheap test, so that the regular expression, which
+// alone decides, sees only names it might accept.
 bool may_be_data_file_name(std::string_view name) {
   constexpr std::string_view head = "icutz", tail = ".dat";
   return name.size() > head.size() + tail.size() &&
          name.substr(0, head.size()) == head &&
          name.substr(name.size() - tail.size()) == tail;
-}
-
-// Only a regular file directly inside the directory, readable by everyone,
-// can be the data file; a link is not followed.
-bool may_be_data_file(int directory_fd, const char* name) {
-  struct stat status;
-  return ::fstatat(directory_fd, name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
-         S_ISREG(status.st_mode) && (status.st_mode & S_IROTH) != 0;
 }
 
 }  // namespace
@@ -58,24 +54,24 @@ void kav_icu::initialize() {
 void kav_icu::find_format_in_data_file_name() {
   // Compiled once per process: compiling costs far more than matching.
   static const std::regex data_file_name(R"(icutz([0-9]+[lbe])\.dat)");
-  // The directory is read once, in its own order, and only its top level:
-  // nothing below it can qualify. A directory that is missing or cannot be
-  // read holds no tag; only running out of memory is a failure, reported in
-  // the words this walk has always used.
-  const directory_handle directory(::opendir(directory_.c_str()));
-  if (!directory) {
-    if (errno != ENOMEM) return;
+  char* const top[] = {const_cast<char*>(directory_.c_str()), nullptr};
+  const walk_handle walk(
+      fts_open(top, FTS_COMFOLLOW | FTS_PHYSICAL | FTS_XDEV, nullptr), &fts_close);
+  if (!walk)
     warn_and_throw("tz_icu::initialize: fts_open of %s failed, %s",
                    directory_.c_str(), std::strerror(errno));
-  }
-  while (const dirent* const entry = ::readdir(directory.get())) {
+
+  while (format_.empty()) {
+    FTSENT* const entry = fts_read(walk.get());
+    if (entry == nullptr) break;
+    // Nothing below the top level can qualify, so subdirectories are not read.
+    if (entry->fts_level == 1 && entry->fts_info == FTS_D)
+      fts_set(walk.get(), entry, FTS_SKIP);
     std::cmatch tag;
-    if (may_be_data_file_name(entry->d_name) &&
-        std::regex_match(entry->d_name, tag, data_file_name) &&
-        may_be_data_file(::dirfd(directory.get()), entry->d_name)) {
+    if (may_be_data_file(*entry) &&
+        may_be_data_file_name({entry->fts_name, entry->fts_namelen}) &&
+        std::regex_match(entry->fts_name, tag, data_file_name))
       format_ = tag[1].str();
-      return;
-    }
   }
 }
 

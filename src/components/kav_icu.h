@@ -13,9 +13,9 @@ namespace kav {
 class kav_icu : public kav_dataset_component {
  public:
   kav_icu() : kav_icu(std::string()) {}
-  // Throws errno as an int, after a warning, when there is no memory to read
-  // an update's directory; a directory that is missing or unreadable gives
-  // an empty tag.
+  // Throws errno as an int, after a warning, when an update's directory walk
+  // cannot be started; a directory that is missing or unreadable gives an
+  // empty tag.
   explicit kav_icu(const std::string& root);
 
   // True for an ICU component with the same tag; false, with a warning, for a
