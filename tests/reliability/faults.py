@@ -56,13 +56,18 @@ CREATING = ("EROFS", "ENOSPC")
 CALL = re.compile(r"^(\w+)\(")
 
 
+def program_start(lines):
+    """The index of the launcher's execve of the program in a strace log."""
+    return next(i for i, line in enumerate(lines)
+                if line.startswith('execve("/usr/sbin/kavsetup"'))
+
+
 def program_calls(log):
     """The file-system calls after the program's execve, each as (name, when,
     line): `when` counts that call's occurrences in the traced process, those
     of the launcher before execve included."""
     lines = log.splitlines()
-    start = next(i for i, line in enumerate(lines)
-                 if line.startswith('execve("/usr/sbin/kavsetup"'))
+    start = program_start(lines)
     seen, calls = {}, []
     for index, line in enumerate(lines):
         match = CALL.match(line)
@@ -80,9 +85,9 @@ def errors_for(name, line):
 
 
 def injected_in_program(log, marker):
+    """Whether `marker` shows once in the log, in the program's part."""
     lines = log.splitlines()
-    start = next(i for i, line in enumerate(lines)
-                 if line.startswith('execve("/usr/sbin/kavsetup"'))
+    start = program_start(lines)
     hits = [i for i, line in enumerate(lines) if marker in line]
     return len(hits) == 1 and hits[0] > start
 
