@@ -84,12 +84,13 @@ def errors_for(name, line):
     return ERRORS[name] + (CREATING if "O_CREAT" in line else ())
 
 
-def injected_in_program(log, marker):
-    """Whether `marker` shows once in the log, in the program's part."""
+def injected_in_program(log, marker, once=True):
+    """Whether `marker` shows in the log, in the program's part only, and only
+    once unless the injection persists."""
     lines = log.splitlines()
     start = program_start(lines)
     hits = [i for i, line in enumerate(lines) if marker in line]
-    return len(hits) == 1 and hits[0] > start
+    return bool(hits) and (len(hits) == 1 or not once) and hits[0] > start
 
 
 def leftover(path, state, expected, before):
@@ -125,11 +126,11 @@ def check(program, tree, expected, name, when, action):
         if action.startswith("signal"):
             if status != 128 + 9 or not injected_in_program(log, "+++ killed by SIGKILL"):
                 problems.append(f"not killed in the program (status {status})")
-        elif not injected_in_program(log, "(INJECTED)"):
+        elif not injected_in_program(log, "(INJECTED)", once=not str(when).endswith("+")):
             problems.append("the fault did not land in the program")
         elif not ended_as_documented(status, out, err):
             problems.append(f"ended with status {status}, out {out!r}, err {err}")
-        before = image.states()
+        before, first_status = image.states(), status
         status, out, err, _ = image.run()
         if status != 0 or out:
             problems.append(f"the next run ended with status {status}, out {out!r}")
@@ -146,13 +147,14 @@ def check(program, tree, expected, name, when, action):
                 if kind is None:
                     problems.append(f"{path} is {state!r}, not {expected[path]!r}")
                 leftovers.append(kind)
-        return [f"{label}: {problem}" for problem in problems], leftovers
+        return [f"{label}: {problem}" for problem in problems], leftovers, first_status
 
 
 def main():
     program = Program(sys.argv[1])
     failures, counts = [], {"fault": {}, "crash": {}}
     runs = {"fault": 0, "crash": 0}
+    exited = 0
     with concurrent.futures.ThreadPoolExecutor(max_workers=2) as pool:
         for scenario, tree in SCENARIOS.items():
             with Image(tree, program) as image:
@@ -161,20 +163,25 @@ def main():
                 expected = image.states()
             jobs = []
             for name, when, line in program_calls(log):
-                actions = [("fault", "error=" + error) for error in errors_for(name, line)]
-                for kind, action in actions + [("crash", "signal=SIGKILL")]:
+                actions = [("fault", "error=" + error, when)
+                           for error in errors_for(name, line)]
+                # The storage fails for good: this call and every later one of
+                # its kind.
+                actions.append(("fault", "error=EIO", f"{when}+"))
+                for kind, action, at in actions + [("crash", "signal=SIGKILL", when)]:
                     runs[kind] += 1
                     jobs.append((kind, pool.submit(check, program, tree, expected,
-                                                   name, when, action)))
+                                                   name, at, action)))
             for kind, job in jobs:
-                problems, leftovers = job.result()
+                problems, leftovers, status = job.result()
+                exited += kind == "fault" and status == 1
                 failures += [f"{scenario}: {problem}" for problem in problems]
                 for leftover_kind in filter(None, leftovers):
                     counts[kind][leftover_kind] = counts[kind].get(leftover_kind, 0) + 1
     program.close()
     for failure in failures:
         print("FAIL", failure)
-    print(f"calls faulted: {runs['fault']}")
+    print(f"calls faulted: {runs['fault']} ({exited} of them ended with status 1)")
     print(f"crash points tried: {runs['crash']}")
     for kind in ("fault", "crash"):
         for leftover_kind, count in sorted(counts[kind].items()):
