@@ -4,11 +4,13 @@ starts, and checks what it leaves behind: faults.py STATIC_PROGRAM
 
 For each start, one run under strace lists the program's own file-system
 calls. Then, for every occurrence of every such call:
-  - a fault: the call fails with each plausible error number. The run must end
-    as documented, write nothing on standard output and change nothing on the
+  - a fault: the call fails with each plausible error number, and then fails
+    for good, with every later call of its kind. The run must end as
+    documented, write nothing on standard output and change nothing on the
     system partition or in the downloads; one more run without faults must
-    leave the same zoneinfo, ICU and local time links as a run that never saw
-    a fault.
+    leave the links as a run that never saw a fault, except for the
+    differences that README.md lists (a reset local time link, an ICU link
+    left as it was).
   - a crash: the process is killed as it makes the call. One more run must
     leave the links as an uninterrupted run does, except for the differences
     that README.md lists under "What a crash can leave behind", which are
