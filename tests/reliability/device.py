@@ -4,6 +4,7 @@ An image is a temporary directory holding a device tree; the program runs
 chrooted to it in a new user namespace, as tools/run-in-root runs it, so the
 host's own /var/db and /usr/share are never read or written.
 """
+import atexit
 import hashlib
 import os
 import shutil
@@ -75,17 +76,16 @@ def _force_remove(function, path, _):
 
 
 class Program:
-    """The program staged once in the temporary directory, so that each image
-    gets a hard link to it: a copy written while another thread starts a run
-    could leave its descriptor open in that run and make the copy busy."""
+    """The program staged once in the temporary directory, until exit, so
+    that each image gets a hard link to it: a copy written while another
+    thread starts a run could leave its descriptor open in that run and make
+    the copy busy."""
 
     def __init__(self, path):
-        self.directory = tempfile.mkdtemp(prefix="kavsetup-program-")
-        self.path = self.directory + "/kavsetup"
+        directory = tempfile.mkdtemp(prefix="kavsetup-program-")
+        atexit.register(shutil.rmtree, directory, ignore_errors=True)
+        self.path = directory + "/kavsetup"
         shutil.copy(path, self.path)
-
-    def close(self):
-        shutil.rmtree(self.directory)
 
 
 class Image:

@@ -180,7 +180,6 @@ def main():
                 failures += [f"{scenario}: {problem}" for problem in problems]
                 for leftover_kind in filter(None, leftovers):
                     counts[kind][leftover_kind] = counts[kind].get(leftover_kind, 0) + 1
-    program.close()
     for failure in failures:
         print("FAIL", failure)
     print(f"calls faulted: {runs['fault']} ({exited} of them ended with status 1)")

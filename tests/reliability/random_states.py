@@ -193,7 +193,6 @@ def main():
                 print(f"FAIL random state {number} (seed {SEED}): {problem}")
                 for entry in tree:
                     print("    ", entry)
-    program.close()
     print(f"random states: {count} (exit statuses: {dict(sorted(statuses.items()))})")
     return 1 if failures else 0
 
