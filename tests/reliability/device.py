@@ -1,8 +1,8 @@
 """Throwaway device images for whole-program runs of kavsetup.
 
 An image is a temporary directory holding a device tree; the program runs
-chrooted to it in a new user namespace, as tools/run-in-root runs it, so the
-host's own /var/db and /usr/share are never read or written.
+in it through tools/run-in-root, so the host's own /var/db and /usr/share are
+never read or written.
 """
 import atexit
 import hashlib
@@ -12,6 +12,8 @@ import stat
 import subprocess
 import tempfile
 
+RUN_IN_ROOT = os.path.join(os.path.dirname(os.path.abspath(__file__)),
+                           "../../tools/run-in-root")
 TZ = "/var/db/timezone/tz/"
 ZONEINFO = "/var/db/timezone/zoneinfo"
 ICUTZ = "/var/db/icutz"
@@ -126,11 +128,10 @@ class Image:
         """Runs the program once, under strace with these arguments if given.
         Returns (status, stdout, stderr lines, strace log); status is 128 +
         the signal number for a run ended by a signal."""
-        command = ["unshare", "--user", "--map-root-user", "--root=" + self.root,
-                   "/usr/sbin/kavsetup"]
         log_path = self.root + ".strace"
+        command = [RUN_IN_ROOT, self.root, self.root + "/usr/sbin/kavsetup"]
         if strace is not None:
-            command = ["strace", "-o", log_path] + strace + command
+            command += ["strace", "-o", log_path] + strace
         done = subprocess.run(command, capture_output=True, timeout=20)
         log = ""
         if strace is not None:
