@@ -52,8 +52,11 @@ void kav_icu::initialize() {
 }
 
 void kav_icu::find_format_in_data_file_name() {
-  // Compiled once per process: compiling costs far more than matching.
-  static const std::regex data_file_name(R"(icutz([0-9]+[lbe])\.dat)");
+  // Compiled once per process: compiling costs far more than matching. The
+  // breadth-first engine's stack depth does not grow with the name's length.
+  static const std::regex data_file_name(
+      R"(icutz([0-9]+[lbe])\.dat)",
+      std::regex::ECMAScript | std::regex_constants::__polynomial);
   char* const top[] = {const_cast<char*>(directory_.c_str()), nullptr};
   const walk_handle walk(
       fts_open(top, FTS_COMFOLLOW | FTS_PHYSICAL | FTS_XDEV, nullptr), &fts_close);

@@ -18,9 +18,13 @@ kav_version::kav_version(const std::string& text) { parse(text); }
 
 void kav_version::parse(const std::string& text) {
   try {
-    // Compiled once per process: compiling costs far more than matching.
+    // Compiled once per process: compiling costs far more than matching. The
+    // breadth-first engine uses a stack of fixed depth, whatever the length of
+    // the text: the default one recurses once per byte, and a long word in a
+    // version file would overflow the stack.
     static const std::regex pattern(
-        R"(([0-9]+)([a-z]+)(?:\.([0-9]+))?(?:\.([0-9]+))?)");
+        R"(([0-9]+)([a-z]+)(?:\.([0-9]+))?(?:\.([0-9]+))?)",
+        std::regex::ECMAScript | std::regex_constants::__polynomial);
     std::smatch results;
     if (!std::regex_match(text, results, pattern) || results.size() != 5) {
       warn("Cannot parse version string %s, results.size() = %d", text.c_str(),
