@@ -67,9 +67,6 @@ void kav_icu::find_format_in_data_file_name() {
   while (format_.empty()) {
     FTSENT* const entry = fts_read(walk.get());
     if (entry == nullptr) break;
-    // Nothing below the top level can qualify, so subdirectories are not read.
-    if (entry->fts_level == 1 && entry->fts_info == FTS_D)
-      fts_set(walk.get(), entry, FTS_SKIP);
     std::cmatch tag;
     if (may_be_data_file(*entry) &&
         may_be_data_file_name({entry->fts_name, entry->fts_namelen}) &&
