@@ -11,11 +11,6 @@
 //   launcher once ROOT STATE... -- COMMAND ARG...
 //     Chroots to ROOT, puts the state back and runs COMMAND once, its output
 //     passed through; for the tracers.
-//   launcher populate DIR COUNT NAME file|dir
-//     Fills DIR, which holds NAME, with COUNT entries of the kind given that
-//     the directory's read order returns before NAME (that order is the
-//     file system's, hashed on ext4, so entries are made until COUNT come
-//     first and the others are removed again).
 //
 // STATE is link:PATH=TARGET (PATH is made a link to TARGET) or absent:PATH
 // (PATH is unlinked).
@@ -25,7 +20,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <dirent.h>
 #include <fcntl.h>
 #include <string>
 #include <sys/resource.h>
@@ -182,66 +176,6 @@ int once(int argc, char** argv) {
   return 0;
 }
 
-// The names in DIR in read order.
-std::vector<std::string> read_order(const std::string& dir) {
-  std::vector<std::string> names;
-  DIR* d = ::opendir(dir.c_str());
-  if (d == nullptr) die("opendir", dir);
-  while (const dirent* e = ::readdir(d)) {
-    if (std::strcmp(e->d_name, ".") != 0 && std::strcmp(e->d_name, "..") != 0)
-      names.push_back(e->d_name);
-  }
-  ::closedir(d);
-  return names;
-}
-
-int populate(int argc, char** argv) {
-  if (argc != 6) return 2;
-  const std::string dir = argv[2];
-  const std::size_t count = std::strtoul(argv[3], nullptr, 10);
-  const std::string name = argv[4];
-  const bool directories = std::strcmp(argv[5], "dir") == 0;
-  auto make = [&](const std::string& path) {
-    if (directories ? ::mkdir(path.c_str(), 0755) != 0
-                    : ::close(::open(path.c_str(), O_WRONLY | O_CREAT, 0644)) != 0)
-      die("create", path);
-  };
-  auto remove = [&](const std::string& path) {
-    if ((directories ? ::rmdir(path.c_str()) : ::unlink(path.c_str())) != 0)
-      die("remove", path);
-  };
-
-  std::size_t made = 0;
-  for (;;) {
-    const std::vector<std::string> names = read_order(dir);
-    const auto match = std::find(names.begin(), names.end(), name);
-    if (match == names.end()) {
-      errno = ENOENT;
-      die("missing", dir + "/" + name);
-    }
-    const std::size_t before = match - names.begin();
-    if (before >= count) {
-      // Keep the first `count` entries; drop those after them and after NAME.
-      for (std::size_t i = 0; i < names.size(); ++i)
-        if (names[i] != name && (i >= count))
-          remove(dir + "/" + names[i]);
-      break;
-    }
-    const std::size_t batch = std::max<std::size_t>(count, 16);
-    for (std::size_t i = 0; i < batch; ++i) {
-      char entry[32];
-      std::snprintf(entry, sizeof entry, "entry%07zu", made++);
-      make(dir + "/" + entry);
-    }
-  }
-  const std::vector<std::string> names = read_order(dir);
-  const std::size_t before =
-      std::find(names.begin(), names.end(), name) - names.begin();
-  std::printf("%s: %zu entries, %zu before %s\n", dir.c_str(), names.size(),
-              before, name.c_str());
-  return before == count && names.size() == count + 1 ? 0 : 1;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -249,7 +183,6 @@ int main(int argc, char** argv) {
   int status = 2;
   if (mode == "time") status = time_programs(argc, argv);
   if (mode == "once") status = once(argc, argv);
-  if (mode == "populate") status = populate(argc, argv);
   if (status == 2) std::fprintf(stderr, "launcher: bad arguments\n");
   return status;
 }
