@@ -18,11 +18,9 @@ import tempfile
 
 from rows import Image, read_rows
 
-STARTS = ("a switch between downloads that corrects the local time link to a zone only "
-          "the new download has, and deletes a stale marker and an old /var/db/icu",
-          "a download in use older than the system's is refused; the marker is made "
-          "with mode 0666 less the umask",
-          "a local time link into the older location is corrected when the zone exists")
+STARTS = ("a switch between downloads that corrects the local time link",
+          "a download in use older than the system's is refused",
+          "a local time link into the older location is corrected")
 CALLS = ("openat", "read", "write", "close", "unlink", "rmdir", "symlink", "readlink",
          "access", "fstat", "newfstatat", "getdents64", "fchdir", "fcntl")
 ERROR = dict.fromkeys(CALLS, "EIO") | {"openat": "EACCES", "unlink": "EROFS",
@@ -31,9 +29,8 @@ TZ = "/var/db/timezone/"
 ZONEINFO, ICUTZ, LOCALTIME = TZ + "zoneinfo", "/var/db/icutz", TZ + "localtime"
 MARKER, RECORD = TZ + "needs_cleanup", TZ + "TZVersionDiffRecord"
 DEFAULT_LOCALTIME = "-> " + ZONEINFO + "/America/Los_Angeles"
-EXITING = (b"Unable to prepare time zone directories; exiting",
-           b"Unable to reset to system partition; exiting",
-           b"Unable to reset localtime link; exiting")
+EXITING = re.compile(rb"kavsetup: Unable to (prepare time zone directories|"
+                     rb"reset to system partition|reset localtime link); exiting: ")
 
 
 def program_calls(log):
@@ -67,44 +64,44 @@ def allowed(path, final, expected, interrupted, old_record):
                                         f"644 b'2014b.1.0_{in_use}'")}.get(path, False)
 
 
-def check(program, tree, row, expected, call, n):
-    """The problems of one faulted and one killed run at the nth `call`."""
+def check(program, tree, row, expected, call, n, action):
+    """The problems of one run faulted or killed at the nth `call`, and of
+    the start after it."""
     problems = []
-    for action in (f"error={ERROR[call]}", "signal=SIGKILL"):
-        with Image(tree) as image:
-            before = image.state()
-            status, out, err, log = traced(image, program, row,
-                                           ["-e", f"inject={call}:{action}:when={n}"])
-            landed = log.split('execve("/usr/sbin/kavsetup"')[-1]
-            if "(INJECTED)" not in landed and "killed by SIGKILL" not in landed:
-                problems.append("nothing injected in the program")
-            elif action.startswith("error") and (out or status not in (0, 1) or status == 1
-                                                 and not any(e in err[-1] for e in EXITING)):
-                problems.append(f"ended with status {status}, out {out!r}, err {err}")
-            interrupted = image.state()
-            status, out, _ = image.run(program, umask=row.umask)
-            if status or out:
-                problems.append(f"the next start ended with status {status}, out {out!r}")
-            final = image.state()
-            problems += [f"{action}: {path} is {final.get(path)}, not {expected.get(path)}"
-                         for path in set(final) | set(expected)
-                         if final.get(path) != expected.get(path) and not
-                         allowed(path, final, expected, interrupted, before.get(RECORD))]
-    return [f"{call} #{n}: {problem}" for problem in problems]
+    with Image(tree) as image:
+        before = image.state()
+        status, out, err, log = traced(image, program, row,
+                                       ["-e", f"inject={call}:{action}:when={n}"])
+        landed = log.split('execve("/usr/sbin/kavsetup"')[-1]
+        if "(INJECTED)" not in landed and "killed by SIGKILL" not in landed:
+            problems.append("nothing injected in the program")
+        elif action.startswith("error") and (out or status not in (0, 1) or status == 1
+                                             and not EXITING.match(err[-1])):
+            problems.append(f"ended with status {status}, out {out!r}, err {err}")
+        interrupted = image.state()
+        status, out, _ = image.run(program, umask=row.umask)
+        if status or out:
+            problems.append(f"the next start ended with status {status}, out {out!r}")
+        final = image.state()
+        problems += [f"{path} is {final.get(path)}, not {expected.get(path)}"
+                     for path in set(final) | set(expected)
+                     if final.get(path) != expected.get(path) and not
+                     allowed(path, final, expected, interrupted, before.get(RECORD))]
+    return [f"{call} #{n} {action}: {problem}" for problem in problems]
 
 
 def main(program, rows_path):
     device, rows = read_rows(rows_path)
     failures, tried = [], 0
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-        for row in (r for r in rows if r.name in STARTS):
+        for row in (r for r in rows if r.name.startswith(STARTS)):
             with Image(device + row.tree) as image:
                 status, _, _, log = traced(image, program, row, [])
                 expected = image.state()
             calls = program_calls(log)
             tried += len(calls)
-            jobs = [pool.submit(check, program, device + row.tree, row, expected, *c)
-                    for c in calls]
+            jobs = [pool.submit(check, program, device + row.tree, row, expected, *c, action)
+                    for c in calls for action in (f"error={ERROR[c[0]]}", "signal=SIGKILL")]
             failures += [f"{row.name}: {p}" for job in jobs for p in job.result()]
     print(*[f"FAIL {failure}" for failure in failures], sep="\n")
     print(f"{tried} calls of {len(STARTS)} starts each failed once and killed once; "

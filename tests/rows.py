@@ -13,7 +13,6 @@ Apart from the differences the row lists, every path under /var and
 """
 import concurrent.futures
 import os
-import shutil
 import subprocess
 import sys
 import tempfile
@@ -56,27 +55,27 @@ class Image:
         return done.returncode, done.stdout, err
 
     def state(self):
-        """Every path under /var and /usr/share: its type, mode and content."""
-        found = {}
-        for top in ("/var", "/usr/share"):
-            for directory, dirs, files in os.walk(self.root + top):
-                for name in dirs + files:
-                    path = os.path.join(directory, name)
-                    mode = os.lstat(path).st_mode
-                    if os.path.islink(path):
-                        found[path[len(self.root):]] = "-> " + os.readlink(path)
-                    elif os.path.isfile(path):
-                        with open(path, "rb") as data:
-                            found[path[len(self.root):]] = f"{mode & 0o7777:o} {data.read()!r}"
-                    else:
-                        found[path[len(self.root):]] = f"{mode & 0o7777:o} dir"
-        return found
+        """Every path under /var and /usr/share, with what it holds."""
+        return {path[len(self.root):]: held(path) for top in ("/var", "/usr/share")
+                for directory, dirs, files in os.walk(self.root + top)
+                for path in (os.path.join(directory, name) for name in dirs + files)}
 
     def __enter__(self):
         return self
 
     def __exit__(self, *_):
         image_builder.remove(self.root)
+
+
+def held(path):
+    """A link's target, or the mode and the content of a file or directory."""
+    if os.path.islink(path):
+        return "-> " + os.readlink(path)
+    mode = f"{os.lstat(path).st_mode & 0o7777:o}"
+    if os.path.isdir(path):
+        return mode + " dir"
+    with open(path, "rb") as data:
+        return f"{mode} {data.read()!r}"
 
 
 def differences(got, wanted):
