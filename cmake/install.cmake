@@ -2,37 +2,65 @@
 # section 8, and the boot-time service unit.
 include(GNUInstallDirs)
 
-install(TARGETS kavsetup RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
-install(FILES man/kavsetup.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
-
-# The unit names the program by its installed path, and `cmake --install
-# --prefix` may change the prefix after configuration, so the unit's ExecStart
-# is written when installing. packaging/kavsetup.service itself names
-# /usr/sbin/kavsetup, the program's place on a device image.
+# The service unit's directory, relative to the prefix unless absolute.
 set(KAVSETUP_SYSTEMD_UNIT_DIR "lib/systemd/system" CACHE STRING
     "Directory of the service unit, relative to the install prefix")
+set(kavsetup_install_dirs ${CMAKE_INSTALL_SBINDIR} ${CMAKE_INSTALL_MANDIR}/man8
+    ${KAVSETUP_SYSTEMD_UNIT_DIR})
+
+# Installing runs this first: it resolves the destinations against the prefix
+# given at install time and notes which directories do not exist yet.
 install(CODE "
-  set(kavsetup_unit_source \"${PROJECT_SOURCE_DIR}/packaging/kavsetup.service\")
-  set(kavsetup_unit_written \"${PROJECT_BINARY_DIR}/kavsetup.service\")
-  set(kavsetup_sbindir \"${CMAKE_INSTALL_SBINDIR}\")
-  set(kavsetup_unit_dir \"${KAVSETUP_SYSTEMD_UNIT_DIR}\")
+  set(kavsetup_install_dirs \"${kavsetup_install_dirs}\")
 ")
 install(CODE [[
-  if(NOT IS_ABSOLUTE "${kavsetup_sbindir}")
-    set(kavsetup_sbindir "${CMAKE_INSTALL_PREFIX}/${kavsetup_sbindir}")
-  endif()
-  if(NOT IS_ABSOLUTE "${kavsetup_unit_dir}")
-    set(kavsetup_unit_dir "${CMAKE_INSTALL_PREFIX}/${kavsetup_unit_dir}")
-  endif()
-  file(READ "${kavsetup_unit_source}" unit)
+  set(kavsetup_new_dirs)
+  foreach(dir IN LISTS kavsetup_install_dirs)
+    if(NOT IS_ABSOLUTE "${dir}")
+      set(dir "${CMAKE_INSTALL_PREFIX}/${dir}")
+    endif()
+    list(APPEND kavsetup_full_dirs "${dir}")
+    get_filename_component(dir "$ENV{DESTDIR}${dir}" ABSOLUTE)
+    while(NOT IS_DIRECTORY "${dir}")
+      list(APPEND kavsetup_new_dirs "${dir}")
+      get_filename_component(dir "${dir}" DIRECTORY)
+    endwhile()
+  endforeach()
+  list(GET kavsetup_full_dirs 0 kavsetup_sbindir)
+  list(GET kavsetup_full_dirs -1 kavsetup_unit_dir)
+]])
+
+install(TARGETS kavsetup RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
+
+install(FILES man/kavsetup.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
+install(FILES packaging/kavsetup.service DESTINATION ${KAVSETUP_SYSTEMD_UNIT_DIR})
+
+# Installing ends with this, which must stay the last install rule.
+install(CODE [[
+  # packaging/kavsetup.service names /usr/sbin/kavsetup, the program's place on
+  # a device image; `cmake --install --prefix` may put it elsewhere, so the
+  # installed copy is rewritten in place.
+  set(unit_file "$ENV{DESTDIR}${kavsetup_unit_dir}/kavsetup.service")
+  file(READ "${unit_file}" unit)
   string(FIND "${unit}" "\nExecStart=/usr/sbin/kavsetup\n" at)
   if(at EQUAL -1)
-    message(FATAL_ERROR "${kavsetup_unit_source} has no line ExecStart=/usr/sbin/kavsetup")
+    message(FATAL_ERROR "${unit_file} has no line ExecStart=/usr/sbin/kavsetup")
   endif()
   string(REPLACE "\nExecStart=/usr/sbin/kavsetup\n"
-         "\nExecStart=${kavsetup_sbindir}/kavsetup\n" written "${unit}")
-  file(WRITE "${kavsetup_unit_written}" "${written}")
-  file(INSTALL "${kavsetup_unit_written}" DESTINATION "${kavsetup_unit_dir}")
+         "\nExecStart=${kavsetup_sbindir}/kavsetup\n" unit "${unit}")
+  file(WRITE "${unit_file}" "${unit}")
+
+  # mkdir(2) applies the umask whatever mode it is asked for: under umask 077
+  # an image or a package would get directories that only root may enter.
+  if(kavsetup_new_dirs)
+    file(CHMOD ${kavsetup_new_dirs} DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE
+         OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+  endif()
+
+  # What follows in the install script is CMake's list of the installed files,
+  # written into the build tree. Skipped, installing writes nothing but the
+  # destination, and so works from a read-only or another user's build tree.
+  return()
 ]])
 
 set(CPACK_PACKAGE_NAME kavsetup)
