@@ -1,12 +1,12 @@
 # Installation and the Debian package: the program in sbin, its manual page in
-# section 8, and the boot-time service unit.
+# section 8, the boot-time service unit, and the licence.
 include(GNUInstallDirs)
 
 # The service unit's directory, relative to the prefix unless absolute.
 set(KAVSETUP_SYSTEMD_UNIT_DIR "lib/systemd/system" CACHE STRING
     "Directory of the service unit, relative to the install prefix")
 set(kavsetup_install_dirs ${CMAKE_INSTALL_SBINDIR} ${CMAKE_INSTALL_MANDIR}/man8
-    ${KAVSETUP_SYSTEMD_UNIT_DIR})
+    ${CMAKE_INSTALL_DOCDIR} ${KAVSETUP_SYSTEMD_UNIT_DIR})
 
 # Installing runs this first: it resolves the destinations against the prefix
 # given at install time and notes which directories do not exist yet.
@@ -33,6 +33,9 @@ install(CODE [[
 install(TARGETS kavsetup RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
 
 install(FILES man/kavsetup.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
+# The licence asks that its notice go with every copy, so an image gets it too,
+# in the form Debian's packages use.
+install(FILES packaging/copyright DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES packaging/kavsetup.service DESTINATION ${KAVSETUP_SYSTEMD_UNIT_DIR})
 
 # Installing ends with this, which must stay the last install rule.
