@@ -1,17 +1,19 @@
 # Installation and the Debian package: the program in sbin, its manual page in
-# section 8, the boot-time service unit, and the licence.
+# section 8, the boot-time service unit, and the package's documents.
 include(GNUInstallDirs)
 
 # The service unit's directory, relative to the prefix unless absolute.
 set(KAVSETUP_SYSTEMD_UNIT_DIR "lib/systemd/system" CACHE STRING
     "Directory of the service unit, relative to the install prefix")
 set(kavsetup_install_dirs ${CMAKE_INSTALL_SBINDIR} ${CMAKE_INSTALL_MANDIR}/man8
-    ${CMAKE_INSTALL_DOCDIR} ${KAVSETUP_SYSTEMD_UNIT_DIR})
+    ${CMAKE_INSTALL_DOCDIR} ${CMAKE_INSTALL_DATAROOTDIR}/lintian/overrides
+    ${KAVSETUP_SYSTEMD_UNIT_DIR})
 
 # Installing runs this first: it resolves the destinations against the prefix
 # given at install time and notes which directories do not exist yet.
 install(CODE "
   set(kavsetup_install_dirs \"${kavsetup_install_dirs}\")
+  set(kavsetup_strip \"${CMAKE_STRIP}\")
 ")
 install(CODE [[
   set(kavsetup_new_dirs)
@@ -32,10 +34,23 @@ install(CODE [[
 
 install(TARGETS kavsetup RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
 
-install(FILES man/kavsetup.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
-# The licence asks that its notice go with every copy, so an image gets it too,
-# in the form Debian's packages use.
-install(FILES packaging/copyright DESTINATION ${CMAKE_INSTALL_DOCDIR})
+# The manual page and the changelog are installed compressed, as Debian's
+# policy wants; -n keeps names and times out, so that builds are reproducible.
+find_program(KAVSETUP_GZIP gzip REQUIRED)
+foreach(document man/kavsetup.8 packaging/changelog)
+  get_filename_component(name ${document} NAME)
+  add_custom_command(OUTPUT ${name}.gz
+    COMMAND ${CMAKE_COMMAND} -E copy ${PROJECT_SOURCE_DIR}/${document} ${name}
+    COMMAND ${KAVSETUP_GZIP} -9nf ${name}
+    DEPENDS ${document} VERBATIM)
+endforeach()
+add_custom_target(kavsetup_documents ALL DEPENDS kavsetup.8.gz changelog.gz)
+install(FILES ${PROJECT_BINARY_DIR}/kavsetup.8.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
+# The licence asks that its notice go with every copy, so an image gets it too.
+install(FILES ${PROJECT_BINARY_DIR}/changelog.gz packaging/copyright
+        DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES packaging/lintian-overrides DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/lintian/overrides
+        RENAME kavsetup)
 install(FILES packaging/kavsetup.service DESTINATION ${KAVSETUP_SYSTEMD_UNIT_DIR})
 
 # Installing ends with this, which must stay the last install rule.
@@ -53,6 +68,13 @@ install(CODE [[
          "\nExecStart=${kavsetup_sbindir}/kavsetup\n" unit "${unit}")
   file(WRITE "${unit_file}" "${unit}")
 
+  # A stripped program has no use for the compilers' notes either; Debian's
+  # own tools remove them too.
+  if(CMAKE_INSTALL_DO_STRIP)
+    execute_process(COMMAND "${kavsetup_strip}" --remove-section=.comment --remove-section=.note
+                            "$ENV{DESTDIR}${kavsetup_sbindir}/kavsetup" COMMAND_ERROR_IS_FATAL ANY)
+  endif()
+
   # mkdir(2) applies the umask whatever mode it is asked for: under umask 077
   # an image or a package would get directories that only root may enter.
   if(kavsetup_new_dirs)
@@ -68,8 +90,9 @@ install(CODE [[
 
 set(CPACK_PACKAGE_NAME kavsetup)
 set(CPACK_PACKAGE_VENDOR "kavsetup developers")
-set(CPACK_PACKAGE_CONTACT "kavsetup developers" CACHE STRING
-    "Maintainer field of the Debian package")
+set(KAVSETUP_MAINTAINER "kavsetup developers <kavsetup@example.org>" CACHE STRING
+    "Maintainer field of the Debian package: a name and an e-mail address")
+set(CPACK_PACKAGE_CONTACT "${KAVSETUP_MAINTAINER}")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY
     "boot-time choice of the time zone data set and repair of its links")
 set(CPACK_PACKAGE_DESCRIPTION
@@ -83,6 +106,8 @@ set(CPACK_DEBIAN_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
-    "${PROJECT_SOURCE_DIR}/packaging/postinst;${PROJECT_SOURCE_DIR}/packaging/prerm")
+    "${PROJECT_SOURCE_DIR}/packaging/postinst;${PROJECT_SOURCE_DIR}/packaging/postrm")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/package-modes.cmake)
+
 include(CPack)
