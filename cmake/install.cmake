@@ -100,7 +100,8 @@ set(CPACK_PACKAGE_DESCRIPTION
 /var/db/timezone at the newest compatible time zone data set, falling back
 to the system partition's data, and repairs the local time link.")
 set(CPACK_GENERATOR DEB)
-set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+# DEB installs under /usr by default; set here, the prefix would also move the
+# source package's tree under usr/.
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
@@ -110,4 +111,12 @@ set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/package-modes.cmake)
 
+# `cpack --config CPackSourceConfig.cmake` packs the checked-out tree alone:
+# no build trees, no Git data, no caches. The patterns are written into that
+# file as strings, hence each regular-expression escape is doubled.
+string(REGEX REPLACE "([][+.*()^$?|\\\\])" "\\\\\\\\\\1" kavsetup_source "${PROJECT_SOURCE_DIR}")
+set(CPACK_SOURCE_GENERATOR TGZ)
+set(CPACK_SOURCE_PACKAGE_FILE_NAME ${PROJECT_NAME}-${PROJECT_VERSION})
+set(CPACK_SOURCE_IGNORE_FILES "^${kavsetup_source}/\\\\.git(/|$)"
+    "^${kavsetup_source}/build[^/]*(/|$)" "/__pycache__/" "\\\\.swp$" "~$")
 include(CPack)
