@@ -1,44 +1,98 @@
 # Installation and the Debian package: the program in sbin, its manual page in
-# section 8, and the boot-time service unit.
+# section 8, the boot-time service unit, and the package's documents.
 include(GNUInstallDirs)
 
-install(TARGETS kavsetup RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
-install(FILES man/kavsetup.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
-
-# The unit names the program by its installed path, and `cmake --install
-# --prefix` may change the prefix after configuration, so the unit's ExecStart
-# is written when installing. packaging/kavsetup.service itself names
-# /usr/sbin/kavsetup, the program's place on a device image.
+# The service unit's directory, relative to the prefix unless absolute.
 set(KAVSETUP_SYSTEMD_UNIT_DIR "lib/systemd/system" CACHE STRING
     "Directory of the service unit, relative to the install prefix")
+set(kavsetup_install_dirs ${CMAKE_INSTALL_SBINDIR} ${CMAKE_INSTALL_MANDIR}/man8
+    ${CMAKE_INSTALL_DOCDIR} ${CMAKE_INSTALL_DATAROOTDIR}/lintian/overrides
+    ${KAVSETUP_SYSTEMD_UNIT_DIR})
+
+# Installing runs this first: it resolves the destinations against the prefix
+# given at install time and notes which directories do not exist yet.
 install(CODE "
-  set(kavsetup_unit_source \"${PROJECT_SOURCE_DIR}/packaging/kavsetup.service\")
-  set(kavsetup_unit_written \"${PROJECT_BINARY_DIR}/kavsetup.service\")
-  set(kavsetup_sbindir \"${CMAKE_INSTALL_SBINDIR}\")
-  set(kavsetup_unit_dir \"${KAVSETUP_SYSTEMD_UNIT_DIR}\")
+  set(kavsetup_install_dirs \"${kavsetup_install_dirs}\")
+  set(kavsetup_strip \"${CMAKE_STRIP}\")
 ")
 install(CODE [[
-  if(NOT IS_ABSOLUTE "${kavsetup_sbindir}")
-    set(kavsetup_sbindir "${CMAKE_INSTALL_PREFIX}/${kavsetup_sbindir}")
-  endif()
-  if(NOT IS_ABSOLUTE "${kavsetup_unit_dir}")
-    set(kavsetup_unit_dir "${CMAKE_INSTALL_PREFIX}/${kavsetup_unit_dir}")
-  endif()
-  file(READ "${kavsetup_unit_source}" unit)
+  set(kavsetup_new_dirs)
+  foreach(dir IN LISTS kavsetup_install_dirs)
+    if(NOT IS_ABSOLUTE "${dir}")
+      set(dir "${CMAKE_INSTALL_PREFIX}/${dir}")
+    endif()
+    list(APPEND kavsetup_full_dirs "${dir}")
+    get_filename_component(dir "$ENV{DESTDIR}${dir}" ABSOLUTE)
+    while(NOT IS_DIRECTORY "${dir}")
+      list(APPEND kavsetup_new_dirs "${dir}")
+      get_filename_component(dir "${dir}" DIRECTORY)
+    endwhile()
+  endforeach()
+  list(GET kavsetup_full_dirs 0 kavsetup_sbindir)
+  list(GET kavsetup_full_dirs -1 kavsetup_unit_dir)
+]])
+
+install(TARGETS kavsetup RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
+
+# The manual page and the changelog are installed compressed, as Debian's
+# policy wants; -n keeps names and times out, so that builds are reproducible.
+find_program(KAVSETUP_GZIP gzip REQUIRED)
+foreach(document man/kavsetup.8 packaging/changelog)
+  get_filename_component(name ${document} NAME)
+  add_custom_command(OUTPUT ${name}.gz
+    COMMAND ${CMAKE_COMMAND} -E copy ${PROJECT_SOURCE_DIR}/${document} ${name}
+    COMMAND ${KAVSETUP_GZIP} -9nf ${name}
+    DEPENDS ${document} VERBATIM)
+endforeach()
+add_custom_target(kavsetup_documents ALL DEPENDS kavsetup.8.gz changelog.gz)
+install(FILES ${PROJECT_BINARY_DIR}/kavsetup.8.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
+# The licence asks that its notice go with every copy, so an image gets it too.
+install(FILES ${PROJECT_BINARY_DIR}/changelog.gz packaging/copyright
+        DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES packaging/lintian-overrides DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/lintian/overrides
+        RENAME kavsetup)
+install(FILES packaging/kavsetup.service DESTINATION ${KAVSETUP_SYSTEMD_UNIT_DIR})
+
+# Installing ends with this, which must stay the last install rule.
+install(CODE [[
+  # packaging/kavsetup.service names /usr/sbin/kavsetup, the program's place on
+  # a device image; `cmake --install --prefix` may put it elsewhere, so the
+  # installed copy is rewritten in place.
+  set(unit_file "$ENV{DESTDIR}${kavsetup_unit_dir}/kavsetup.service")
+  file(READ "${unit_file}" unit)
   string(FIND "${unit}" "\nExecStart=/usr/sbin/kavsetup\n" at)
   if(at EQUAL -1)
-    message(FATAL_ERROR "${kavsetup_unit_source} has no line ExecStart=/usr/sbin/kavsetup")
+    message(FATAL_ERROR "${unit_file} has no line ExecStart=/usr/sbin/kavsetup")
   endif()
   string(REPLACE "\nExecStart=/usr/sbin/kavsetup\n"
-         "\nExecStart=${kavsetup_sbindir}/kavsetup\n" written "${unit}")
-  file(WRITE "${kavsetup_unit_written}" "${written}")
-  file(INSTALL "${kavsetup_unit_written}" DESTINATION "${kavsetup_unit_dir}")
+         "\nExecStart=${kavsetup_sbindir}/kavsetup\n" unit "${unit}")
+  file(WRITE "${unit_file}" "${unit}")
+
+  # A stripped program has no use for the compilers' notes either; Debian's
+  # own tools remove them too.
+  if(CMAKE_INSTALL_DO_STRIP)
+    execute_process(COMMAND "${kavsetup_strip}" --remove-section=.comment --remove-section=.note
+                            "$ENV{DESTDIR}${kavsetup_sbindir}/kavsetup" COMMAND_ERROR_IS_FATAL ANY)
+  endif()
+
+  # mkdir(2) applies the umask whatever mode it is asked for: under umask 077
+  # an image or a package would get directories that only root may enter.
+  if(kavsetup_new_dirs)
+    file(CHMOD ${kavsetup_new_dirs} DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE
+         OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+  endif()
+
+  # What follows in the install script is CMake's list of the installed files,
+  # written into the build tree. Skipped, installing writes nothing but the
+  # destination, and so works from a read-only or another user's build tree.
+  return()
 ]])
 
 set(CPACK_PACKAGE_NAME kavsetup)
 set(CPACK_PACKAGE_VENDOR "kavsetup developers")
-set(CPACK_PACKAGE_CONTACT "kavsetup developers" CACHE STRING
-    "Maintainer field of the Debian package")
+set(KAVSETUP_MAINTAINER "kavsetup developers <kavsetup@example.org>" CACHE STRING
+    "Maintainer field of the Debian package: a name and an e-mail address")
+set(CPACK_PACKAGE_CONTACT "${KAVSETUP_MAINTAINER}")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY
     "boot-time choice of the time zone data set and repair of its links")
 set(CPACK_PACKAGE_DESCRIPTION
@@ -46,12 +100,23 @@ set(CPACK_PACKAGE_DESCRIPTION
 /var/db/timezone at the newest compatible time zone data set, falling back
 to the system partition's data, and repairs the local time link.")
 set(CPACK_GENERATOR DEB)
-set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+# DEB installs under /usr by default; set here, the prefix would also move the
+# source package's tree under usr/.
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
-    "${PROJECT_SOURCE_DIR}/packaging/postinst;${PROJECT_SOURCE_DIR}/packaging/prerm")
+    "${PROJECT_SOURCE_DIR}/packaging/postinst;${PROJECT_SOURCE_DIR}/packaging/postrm")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/package-modes.cmake)
+
+# `cpack --config CPackSourceConfig.cmake` packs the checked-out tree alone:
+# no build trees, no Git data, no caches. The patterns are written into that
+# file as strings, hence each regular-expression escape is doubled.
+string(REGEX REPLACE "([][+.*()^$?|\\\\])" "\\\\\\\\\\1" kavsetup_source "${PROJECT_SOURCE_DIR}")
+set(CPACK_SOURCE_GENERATOR TGZ)
+set(CPACK_SOURCE_PACKAGE_FILE_NAME ${PROJECT_NAME}-${PROJECT_VERSION})
+set(CPACK_SOURCE_IGNORE_FILES "^${kavsetup_source}/\\\\.git(/|$)"
+    "^${kavsetup_source}/build[^/]*(/|$)" "/__pycache__/" "\\\\.swp$" "~$")
 include(CPack)
