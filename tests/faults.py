@@ -1,15 +1,7 @@
 #!/usr/bin/env python3
 """Kills, then fails, the program at every file-system call of three starts
-from the device rows: faults.py STATIC_PROGRAM ROWS
-
-Each start runs once under strace to list the program's own calls. Then, for
-every occurrence of every such call, in a fresh image: the program is killed
-as it makes the call, or the call fails with one plausible error. A failed
-call must end the run as documented (status 0, or 1 after one of the last
-warnings README.md lists), with nothing on standard output. The next plain
-start must then leave every path as an uninterrupted start does, or differ
-only in the ways README.md lists under "What a crash can leave behind".
-"""
+from the device rows, and checks the start after each: faults.py
+STATIC_PROGRAM ROWS. README.md ("Tests") says what it proves."""
 import concurrent.futures
 import os
 import re

@@ -51,7 +51,7 @@ TEST(KavVersion, ParsesWholeVersionStringsOnly) {
       {" 2014f", "-1  -1 -1 / 2"},     {"2014f.1.0.2", "-1  -1 -1 / 2"},
       {"2014f..0", "-1  -1 -1 / 2"},   {"2014.1.0", "-1  -1 -1 / 2"},
       {"f.1.0", "-1  -1 -1 / 2"},      {"-2014f", "-1  -1 -1 / 2"},
-      {".1.0", "-1  -1 -1 / 2"},       {"", "-1  -1 -1 / 2"},
+      {".1.0", "-1  -1 -1 / 2"},       {"", "-1  -1 -1 / 2"}, {"2014f-1", "-1  -1 -1 / 2"},
       // Numbers beyond 32 bits throw, keeping the fields set before them.
       {"2147483648a", "out of range: -1  -1 -1 / 0"},
       {"2014f.99999999999", "out of range: 2014 f -1 -1 / 0"},
@@ -65,7 +65,7 @@ TEST(KavVersion, OrdersByYearLettersMajorMinor) {
   const char* const cases[][2] = {
       {"2014f.1.0", "2014e.9.9"}, {"2014f.1.1", "2014f.1.0"}, {"2014f.1.0", "2014f.1"},
       {"2014f.0", "2014f"},       {"2015a", "2014z.9.9"},     {"2014b", "2014aa"},
-      {"2014za", "2014z"},        {"2014f.10", "2014f.9"},    {"0a", ""}};
+      {"2014za", "2014z"},        {"2014f.10", "2014f.9"},    {"2014f.2.0", "2014f.1.5"}, {"0a", ""}};
   for (const auto& [greater, smaller] : cases) {
     const kav_version a(greater), b = *smaller ? kav_version(smaller) : kav_version();
     EXPECT_TRUE(a > b && !(b > a) && !(a == b)) << greater << " > " << smaller;
