@@ -26,7 +26,8 @@ image_builder = SourceFileLoader("make_image", TOOLS + "/make-image").load_modul
 class Row:
     def __init__(self, block):
         self.name = " ".join(l[2:] for l in block if l.startswith("# "))
-        self.tree = [l for l in block if not l.startswith(("#", "kavsetup: ", "=> ", "status ", "umask "))]
+        self.tree = [l for l in block
+                     if not l.startswith(("#", "kavsetup: ", "=> ", "status ", "umask "))]
         self.err = [image_builder.expand(l) for l in block if l.startswith("kavsetup: ")]
         self.after = [l[3:] for l in block if l.startswith("=> ")]
         self.status = int(next((l[7:] for l in block if l.startswith("status ")), 0))
@@ -79,7 +80,7 @@ def held(path):
 
 
 def differences(got, wanted):
-    return [f"{path}: {str(got.get(path, 'absent'))[:200]}, not {str(wanted.get(path, 'absent'))[:200]}"
+    return [f"{path}: {got.get(path, 'absent')[:200]}, not {wanted.get(path, 'absent')[:200]}"
             for path in sorted(set(got) | set(wanted)) if got.get(path) != wanted.get(path)]
 
 
