@@ -8,7 +8,7 @@ import re
 import sys
 import tempfile
 
-from rows import Image, read_rows
+from rows import Image, image_builder, read_rows
 
 STARTS = ("a switch between downloads that corrects the local time link",
           "a download in use older than the system's is refused",
@@ -17,10 +17,11 @@ CALLS = ("openat", "read", "write", "close", "unlink", "rmdir", "symlink", "read
          "access", "fstat", "newfstatat", "getdents64", "fchdir", "fcntl")
 ERROR = dict.fromkeys(CALLS, "EIO") | {"openat": "EACCES", "unlink": "EROFS",
                                        "rmdir": "EROFS", "symlink": "ENOSPC"}
-TZ = "/var/db/timezone/"
+TZ = image_builder.TZ
 ZONEINFO, ICUTZ, LOCALTIME = TZ + "zoneinfo", "/var/db/icutz", TZ + "localtime"
 MARKER, RECORD = TZ + "needs_cleanup", TZ + "TZVersionDiffRecord"
 DEFAULT_LOCALTIME = "-> " + ZONEINFO + "/America/Los_Angeles"
+PROGRAM_START = 'execve("/usr/sbin/kavsetup"'
 EXITING = re.compile(rb"kavsetup: Unable to (prepare time zone directories|"
                      rb"reset to system partition|reset localtime link); exiting: ")
 
@@ -30,7 +31,7 @@ def program_calls(log):
     occurrence in the trace, whose first calls are the runner's."""
     seen, found, started = {}, [], False
     for line in log.splitlines():
-        started = started or line.startswith('execve("/usr/sbin/kavsetup"')
+        started = started or line.startswith(PROGRAM_START)
         name = (re.match(r"\w+", line) or [""])[0]
         seen[name] = seen.get(name, 0) + 1
         if started and name in CALLS:
@@ -56,15 +57,14 @@ def allowed(path, final, expected, interrupted, old_record):
                                         f"644 b'2014b.1.0_{in_use}'")}.get(path, False)
 
 
-def check(program, tree, row, expected, call, n, action):
+def check(program, tree, row, expected, old_record, call, n, action):
     """The problems of one run faulted or killed at the nth `call`, and of
     the start after it."""
     problems = []
     with Image(tree) as image:
-        before = image.state()
         status, out, err, log = traced(image, program, row,
                                        ["-e", f"inject={call}:{action}:when={n}"])
-        landed = log.split('execve("/usr/sbin/kavsetup"')[-1]
+        landed = log.split(PROGRAM_START)[-1]
         if "(INJECTED)" not in landed and "killed by SIGKILL" not in landed:
             problems.append("nothing injected in the program")
         elif action.startswith("error") and (out or status not in (0, 1) or status == 1
@@ -78,7 +78,7 @@ def check(program, tree, row, expected, call, n, action):
         problems += [f"{path} is {final.get(path)}, not {expected.get(path)}"
                      for path in set(final) | set(expected)
                      if final.get(path) != expected.get(path) and not
-                     allowed(path, final, expected, interrupted, before.get(RECORD))]
+                     allowed(path, final, expected, interrupted, old_record)]
     return [f"{call} #{n} {action}: {problem}" for problem in problems]
 
 
@@ -88,11 +88,13 @@ def main(program, rows_path):
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
         for row in (r for r in rows if r.name.startswith(STARTS)):
             with Image(device + row.tree) as image:
+                old_record = image.state().get(RECORD)
                 status, _, _, log = traced(image, program, row, [])
                 expected = image.state()
             calls = program_calls(log)
             tried += len(calls)
-            jobs = [pool.submit(check, program, device + row.tree, row, expected, *c, action)
+            jobs = [pool.submit(check, program, device + row.tree, row, expected, old_record,
+                                *c, action)
                     for c in calls for action in (f"error={ERROR[c[0]]}", "signal=SIGKILL")]
             failures += [f"{row.name}: {p}" for job in jobs for p in job.result()]
     print(*[f"FAIL {failure}" for failure in failures], sep="\n")

@@ -4,7 +4,8 @@
 A file of rows is blocks parted by blank lines. The first block is the device
 every row starts from; each later block is one row: its "# " lines name it,
 its other lines add image entries (tools/make-image), and
-  kavsetup: ...   is a line the program must write to standard error, whole;
+  kavsetup: ...   is a line the program must write to standard error, whole
+                  (with the escapes of image entries);
   => ENTRY        is how the device must differ afterwards;
   status N        is the exit status wanted (default 0);
   umask N         is the umask to run it under (default 022).
