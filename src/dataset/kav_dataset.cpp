@@ -17,6 +17,11 @@ kav_dataset::kav_dataset(std::string root) : root_(std::move(root)) {
   create_components();
 }
 
+kav_dataset::kav_dataset(std::string root, std::string version_string)
+    : version_string_(std::move(version_string)), root_(std::move(root)) {
+  add_components(std::make_shared<kav_zoneinfo>(root_));
+}
+
 void kav_dataset::create_components() {
   // The zoneinfo component reads its "+VERSION" even for a root refused below.
   auto zoneinfo = std::make_shared<kav_zoneinfo>(root_);
@@ -28,6 +33,10 @@ void kav_dataset::create_components() {
     warn("kav_dataset::create_components: bad path %s", root_.c_str());
     throw std::invalid_argument("badpath");
   }
+  add_components(std::move(zoneinfo));
+}
+
+void kav_dataset::add_components(std::shared_ptr<kav_zoneinfo> zoneinfo) {
   version_.parse(version_string_);
   components_.push_back(std::move(zoneinfo));
   components_.push_back(std::make_shared<kav_icu>(root_));
@@ -50,6 +59,15 @@ bool kav_dataset::operator>(const kav_dataset& other) const {
 
 void kav_dataset::install_links() const {
   for (const auto& component : components_) component->install_link();
+}
+
+// Built only by create_components, which puts them in this order.
+const kav_zoneinfo& kav_dataset::zoneinfo() const {
+  return static_cast<const kav_zoneinfo&>(*components_[0]);
+}
+
+const kav_icu& kav_dataset::icu() const {
+  return static_cast<const kav_icu&>(*components_[1]);
 }
 
 void reset_to_system() { kav_dataset().install_links(); }

@@ -9,6 +9,9 @@
 
 namespace kav {
 
+class kav_icu;
+class kav_zoneinfo;
+
 // One complete set of time zone data: the system partition's (empty root) or
 // a download at /var/db/timezone/tz/VERSION, whose directory name is its
 // version string. Holds its zoneinfo and ICU components, in that order, and
@@ -24,6 +27,10 @@ class kav_dataset {
   // directory that cannot be walked. A name that is not a version string
   // gives the unset version.
   explicit kav_dataset(std::string root);
+  // The data set unpacked at `root`, anywhere, judged as if it were staged
+  // as the download `version_string`. Throws as the constructor above does,
+  // but for the root's place.
+  kav_dataset(std::string root, std::string version_string);
 
   // Whether every component accepts `other`'s component at the same place.
   bool compatible_with(const kav_dataset& other) const;
@@ -38,9 +45,12 @@ class kav_dataset {
   std::string version_string() const { return version_string_; }
   const kav_version& version() const { return version_; }
   const std::string& root() const { return root_; }
+  const kav_zoneinfo& zoneinfo() const;
+  const kav_icu& icu() const;
 
  private:
   void create_components();
+  void add_components(std::shared_ptr<kav_zoneinfo> zoneinfo);
 
   kav_version version_;
   std::string version_string_;

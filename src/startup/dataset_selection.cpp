@@ -4,6 +4,7 @@
 #include <string>
 
 #include "dataset/dataset_links.h"
+#include "dataset/dataset_rules.h"
 #include "dataset/kav_dataset.h"
 #include "fs/file_ops.h"
 #include "startup/version_diff_record.h"
@@ -23,17 +24,12 @@ std::string read_current_root() {
   }
 }
 
-// Whether the data set in use must be given up for the system's.
-bool refused(const kav_dataset& current, const kav_dataset& system) {
-  return !current.compatible_with(system) || system > current;
-}
-
 // Moves the links to the download at `latest` when it suits the system and is
 // newer than what the links named at start.
 void switch_to_latest(const std::string& latest, const kav_dataset& system,
                       const kav_dataset& current, const kav_dataset& in_use) {
   const kav_dataset update(latest);
-  if (!update.compatible_with(system) || !(update > current)) {
+  if (judge_download(update, system, current) != kav_download_verdict::taken) {
     warn("New update not compatible or older version");
     return;
   }
@@ -49,7 +45,7 @@ void select_between_datasets() {
   const kav_dataset current(read_current_root());
 
   const kav_dataset* in_use = &current;
-  if (refused(current, system)) {
+  if (judge_in_use(current, system) != kav_in_use_verdict::kept) {
     warn("Symlink points at data incompatible with installed system");
     reset_to_system();
     touch_file();

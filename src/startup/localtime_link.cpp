@@ -2,17 +2,12 @@
 
 #include <cstdio>
 #include <err.h>
-#include <string>
 #include <string_view>
-#include <unistd.h>
 
 #include "fs/file_ops.h"
 
 namespace kav {
 namespace {
-
-constexpr char default_zone[] = "America/Los_Angeles";
-constexpr char default_target[] = "/var/db/timezone/zoneinfo/America/Los_Angeles";
 
 bool starts_with(std::string_view text, std::string_view prefix) {
   return text.substr(0, prefix.size()) == prefix;
@@ -21,21 +16,24 @@ bool starts_with(std::string_view text, std::string_view prefix) {
 // Returns when the link is good or has been corrected; throws when it must be
 // reset.
 void keep_or_correct() {
-  const std::string content = read_symlink(paths::localtime_link);
-  // The zone behind the link need not exist: the link itself is right.
-  if (starts_with(content, paths::zoneinfo_link)) return;
-  if (!starts_with(content, paths::legacy_zoneinfo)) throw -1;
-
-  const std::string corrected =
-      paths::zoneinfo_link +
-      content.substr(std::string_view(paths::legacy_zoneinfo).size());
-  warn("Correcting localtime link to %s", corrected.c_str());
-  if (!exists(corrected)) throw -1;
+  const kav_localtime_plan plan = plan_localtime_link(read_symlink(paths::localtime_link));
+  if (plan.action == kav_localtime_plan::keep) return;
+  if (plan.action == kav_localtime_plan::reset) throw -1;
+  warn("Correcting localtime link to %s", plan.target.c_str());
+  if (!exists(plan.target)) throw -1;
   std::remove(paths::localtime_link);
-  create_symlink(corrected, paths::localtime_link);
+  create_symlink(plan.target, paths::localtime_link);
 }
 
 }  // namespace
+
+kav_localtime_plan plan_localtime_link(const std::string& content) {
+  // The zone behind the link need not exist: the link itself is right.
+  if (starts_with(content, paths::zoneinfo_link)) return {kav_localtime_plan::keep, {}};
+  if (!starts_with(content, paths::legacy_zoneinfo)) return {kav_localtime_plan::reset, {}};
+  return {kav_localtime_plan::correct,
+          paths::zoneinfo_link + content.substr(std::string_view(paths::legacy_zoneinfo).size())};
+}
 
 void check_localtime_link() {
   try {
@@ -45,7 +43,7 @@ void check_localtime_link() {
   }
   warn("localtime link invalid; resetting to %s", default_zone);
   std::remove(paths::localtime_link);
-  create_symlink(default_target, paths::localtime_link);
+  create_symlink(default_localtime_target, paths::localtime_link);
 }
 
 }  // namespace kav
