@@ -1,5 +1,6 @@
 #pragma once
 
+#include <dirent.h>
 #include <fts.h>
 #include <memory>
 #include <string>
@@ -16,5 +17,11 @@ inline walk_handle open_walk(const std::string& top, int options) {
   char* const paths[] = {const_cast<char*>(top.c_str()), nullptr};
   return walk_handle(fts_open(paths, options, nullptr), &fts_close);
 }
+
+// A directory listing, closed when the handle goes out of scope.
+struct directory_closer {
+  void operator()(DIR* directory) const { closedir(directory); }
+};
+using directory_handle = std::unique_ptr<DIR, directory_closer>;
 
 }  // namespace kav

@@ -1,0 +1,107 @@
+// kavdata: says what the next start of kavsetup will do with the time zone
+// data sets and why, and judges a data set before it is staged.
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <getopt.h>
+#include <string>
+
+#include "kavdata/check.h"
+#include "kavdata/report.h"
+
+namespace {
+
+constexpr int usage_error = 2;
+
+constexpr char usage_text[] =
+    "Usage: kavdata [--help] [--version] COMMAND [ARGUMENTS]\n"
+    "Says what the next start of kavsetup will do with the time zone data, and why.\n"
+    "\n"
+    "Commands:\n"
+    "  status                  the data sets, the links and the next start, for a person\n"
+    "  show                    the same as NAME=VALUE lines, for scripts\n"
+    "  check [--as VERSION] DIR\n"
+    "                          whether the next start would take the unpacked data set\n"
+    "                          DIR if it were staged as VERSION (default: DIR's name)\n"
+    "\n"
+    "status and show exit 1 when the next start will refuse or reset something or\n"
+    "leave the device on UTC; check exits 1 with one line per reason. See kavdata(1).\n";
+
+int usage(const char* problem = nullptr, const char* argument = "") {
+  if (problem != nullptr) {
+    std::fprintf(stderr, "%s: %s%s\nTry 'kavdata --help' for more information.\n",
+                 program_invocation_short_name, problem, argument);
+    return usage_error;
+  }
+  std::fputs(usage_text, stdout);
+  return 0;
+}
+
+// Parses a command's options: only --help, and --as where `as` is given.
+// Returns -1 to go on, or the exit status.
+int parse_options(int argc, char** argv, std::string* as) {
+  static const option options[] = {
+      {"help", no_argument, nullptr, 'h'}, {"as", required_argument, nullptr, 'a'}, {}};
+  opterr = 0;
+  optind = 1;
+  for (int option; (option = getopt_long(argc, argv, "+h", options, nullptr)) != -1;) {
+    if (option == 'h') return usage();
+    if (option == 'a' && as != nullptr)
+      *as = optarg;
+    else if (optopt == 0 || option == 'a')
+      return usage("unrecognized option ", argv[optind - 1]);
+    else
+      return usage("invalid option -- ", std::string(1, static_cast<char>(optopt)).c_str());
+  }
+  return -1;
+}
+
+int report_command(int argc, char** argv, void (*print)(const kav::kav_report&)) {
+  if (const int status = parse_options(argc, argv, nullptr); status >= 0) return status;
+  if (optind != argc) return usage("too many arguments: ", argv[optind]);
+  const kav::kav_report report = kav::gather_report();
+  print(report);
+  return report.next.troubled() ? 1 : 0;
+}
+
+int status_command(int argc, char** argv) {
+  return report_command(argc, argv, kav::print_status);
+}
+
+int show_command(int argc, char** argv) {
+  return report_command(argc, argv, kav::print_properties);
+}
+
+int check_command(int argc, char** argv) {
+  std::string as;
+  if (const int status = parse_options(argc, argv, &as); status >= 0) return status;
+  if (argc - optind != 1) return usage("check takes one directory");
+  return kav::print_check(kav::check_data_set(argv[optind], as));
+}
+
+struct kav_command {
+  const char* name;
+  int (*run)(int argc, char** argv);
+};
+
+constexpr kav_command commands[] = {
+    {"status", status_command}, {"show", show_command}, {"check", check_command}};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  static const option options[] = {
+      {"help", no_argument, nullptr, 'h'}, {"version", no_argument, nullptr, 'V'}, {}};
+  opterr = 0;
+  for (int option; (option = getopt_long(argc, argv, "+h", options, nullptr)) != -1;) {
+    if (option == 'h') return usage();
+    if (option == 'V') return std::puts("kavdata " KAVSETUP_VERSION) < 0;
+    if (optopt == 0) return usage("unrecognized option ", argv[optind - 1]);
+    return usage("invalid option -- ", std::string(1, static_cast<char>(optopt)).c_str());
+  }
+  if (optind == argc) return usage("no command given");
+  for (const kav_command& command : commands)
+    if (std::strcmp(argv[optind], command.name) == 0)
+      return command.run(argc - optind, argv + optind);
+  return usage("unknown command ", argv[optind]);
+}

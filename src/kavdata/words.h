@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "dataset/kav_dataset.h"
+
+// How kavdata puts bytes, sizes, errors and data sets into words.
+namespace kav {
+
+// Printable ASCII as it stands but "\" as "\\", every other byte as \xHH:
+// names and contents are bytes, and a line of output must stay one line.
+std::string escaped(std::string_view bytes);
+
+// A size in bytes, in the largest binary unit that keeps it at 1 or more:
+// "512 B", "1.5 KiB", "12.3 MiB".
+std::string size_words(std::uint64_t bytes);
+
+// The text of an errno.
+std::string error_words(int error);
+
+// A data set by its version string, or "the system's data".
+std::string data_set_words(const kav_dataset& data_set);
+
+// Why a data set's ICU data cannot stand beside the system's.
+std::string format_mismatch(const kav_dataset& data_set, const kav_dataset& system);
+
+// Why a data set's version makes it lose to `other` (older, or not newer).
+std::string version_loss(const kav_dataset& data_set, std::string_view relation,
+                         const kav_dataset& other, std::string_view other_role);
+
+}  // namespace kav
