@@ -121,7 +121,7 @@ class kav_checker {
   // Links that lead out, zone files that are not zone files, entries that
   // cannot be read or copied.
   void check_tree() {
-    const walk_handle walk = open_walk(check_.directory, FTS_PHYSICAL | FTS_NOCHDIR);
+    const walk_handle walk = open_walk(check_.directory, FTS_PHYSICAL | FTS_NOCHDIR, by_name);
     if (!walk) return reason("it cannot be read: " + error_words(errno));
     int not_zone_files = 0;
     while (const FTSENT* entry = fts_read(walk.get())) {
@@ -177,7 +177,7 @@ class kav_checker {
   // entries that come close.
   bool check_icu_directory() {
     const walk_handle walk =
-        open_walk(check_.directory + "/icutz", FTS_COMFOLLOW | FTS_PHYSICAL | FTS_XDEV);
+        open_walk(check_.directory + "/icutz", FTS_COMFOLLOW | FTS_PHYSICAL | FTS_XDEV, by_name);
     std::vector<std::string> taken;
     while (const FTSENT* entry = walk ? fts_read(walk.get()) : nullptr) {
       if (entry->fts_level == 0 || entry->fts_info == FTS_DP) continue;

@@ -27,38 +27,39 @@ constexpr char usage_text[] =
     "status and show exit 1 when the next start will refuse or reset something or\n"
     "leave the device on UTC; check exits 1 with one line per reason. See kavdata(1).\n";
 
-int usage(const char* problem = nullptr, const char* argument = "") {
+int usage(const char* problem = nullptr, const std::string& argument = "") {
   if (problem != nullptr) {
-    std::fprintf(stderr, "%s: %s%s\nTry 'kavdata --help' for more information.\n",
-                 program_invocation_short_name, problem, argument);
+    std::fprintf(stderr, "%s: %s%s; try 'kavdata --help'\n",
+                 program_invocation_short_name, problem,
+                 argument.empty() ? "" : (" '" + argument + "'").c_str());
     return usage_error;
   }
   std::fputs(usage_text, stdout);
   return 0;
 }
 
-// Parses a command's options: only --help, and --as where `as` is given.
-// Returns -1 to go on, or the exit status.
-int parse_options(int argc, char** argv, std::string* as) {
-  static const option options[] = {
-      {"help", no_argument, nullptr, 'h'}, {"as", required_argument, nullptr, 'a'}, {}};
+// Reads the options of argv: --help and --version, then `value`'s, whose
+// argument goes to `*value`. Returns -1 to go on with the arguments at
+// optind, or the exit status.
+int parse_options(int argc, char** argv, const option& value = {}, std::string* argument = nullptr) {
+  const option options[] = {{"help", no_argument, nullptr, 'h'},
+                            {"version", no_argument, nullptr, 'V'}, value, {}};
   opterr = 0;
   optind = 1;
-  for (int option; (option = getopt_long(argc, argv, "+h", options, nullptr)) != -1;) {
-    if (option == 'h') return usage();
-    if (option == 'a' && as != nullptr)
-      *as = optarg;
-    else if (optopt == 0 || option == 'a')
-      return usage("unrecognized option ", argv[optind - 1]);
-    else
-      return usage("invalid option -- ", std::string(1, static_cast<char>(optopt)).c_str());
+  for (int found; (found = getopt_long(argc, argv, "+:h", options, nullptr)) != -1;) {
+    if (found == 'h') return usage();
+    if (found == 'V') return std::puts("kavdata " KAVSETUP_VERSION) < 0;
+    if (found == ':') return usage("option requires an argument:", argv[optind - 1]);
+    if (found == '?' && optopt != 0) return usage("invalid option --", std::string(1, optopt));
+    if (found == '?') return usage("unrecognized option", argv[optind - 1]);
+    *argument = optarg;
   }
   return -1;
 }
 
 int report_command(int argc, char** argv, void (*print)(const kav::kav_report&)) {
-  if (const int status = parse_options(argc, argv, nullptr); status >= 0) return status;
-  if (optind != argc) return usage("too many arguments: ", argv[optind]);
+  if (const int status = parse_options(argc, argv); status >= 0) return status;
+  if (optind != argc) return usage("unexpected argument", argv[optind]);
   const kav::kav_report report = kav::gather_report();
   print(report);
   return report.next.troubled() ? 1 : 0;
@@ -74,7 +75,9 @@ int show_command(int argc, char** argv) {
 
 int check_command(int argc, char** argv) {
   std::string as;
-  if (const int status = parse_options(argc, argv, &as); status >= 0) return status;
+  if (const int status = parse_options(argc, argv, {"as", required_argument, nullptr, 'a'}, &as);
+      status >= 0)
+    return status;
   if (argc - optind != 1) return usage("check takes one directory");
   return kav::print_check(kav::check_data_set(argv[optind], as));
 }
@@ -90,18 +93,10 @@ constexpr kav_command commands[] = {
 }  // namespace
 
 int main(int argc, char** argv) {
-  static const option options[] = {
-      {"help", no_argument, nullptr, 'h'}, {"version", no_argument, nullptr, 'V'}, {}};
-  opterr = 0;
-  for (int option; (option = getopt_long(argc, argv, "+h", options, nullptr)) != -1;) {
-    if (option == 'h') return usage();
-    if (option == 'V') return std::puts("kavdata " KAVSETUP_VERSION) < 0;
-    if (optopt == 0) return usage("unrecognized option ", argv[optind - 1]);
-    return usage("invalid option -- ", std::string(1, static_cast<char>(optopt)).c_str());
-  }
+  if (const int status = parse_options(argc, argv); status >= 0) return status;
   if (optind == argc) return usage("no command given");
   for (const kav_command& command : commands)
     if (std::strcmp(argv[optind], command.name) == 0)
       return command.run(argc - optind, argv + optind);
-  return usage("unknown command ", argv[optind]);
+  return usage("unknown command", argv[optind]);
 }

@@ -94,10 +94,12 @@ class kav_played_start {
     return absent;
   }
 
-  void touch_marker() {
+  void touch_marker(const kav_dataset& out_of_use) {
     kav_entry& marker = next_.marker;
     if (marker.type == kav_entry::absent && marker.parent_writable) marker.type = kav_entry::file;
-    if (marker.type == kav_entry::file) return;
+    if (marker.type == kav_entry::file)
+      return next_.steps.push_back("leaves the clean-up marker: " + data_set_words(out_of_use) +
+                                   " goes out of use");
     blocked(paths::needs_cleanup);
     next_.steps.push_back("cannot make the clean-up marker: " + kind_words(marker));
   }
@@ -157,9 +159,9 @@ class kav_played_start {
           "refuses " + data_set_words(current) + ": " +
           (verdict == kav_in_use_verdict::incompatible
                ? format_mismatch(current, system)
-               : version_loss(current, "older than", system, "")));
+               : version_comparison(current, "older than", system, "")));
       reset();
-      touch_marker();
+      touch_marker(current);
       in_use = &system;
     }
     if (device.latest.content.empty()) return;
@@ -187,23 +189,20 @@ class kav_played_start {
                                     ", which cannot be read: " + download.failure};
     }
     const kav_dataset& update = *download.dataset;
+    const char* const role = &current == &in_use ? "in use" : "which the links named";
     switch (judge_download(update, system, current)) {
       case kav_download_verdict::incompatible:
         next_.download_incompatible = true;
         return not_taken(update, format_mismatch(update, system));
       case kav_download_verdict::not_newer:
-        return not_taken(update, version_loss(update, "not newer than", current,
-                                              &current == &in_use ? "in use" : "which the links named"));
+        return not_taken(update, version_comparison(update, "not newer than", current, role));
       case kav_download_verdict::taken:
         break;
     }
-    next_.steps.push_back("switches to " + data_set_words(update));
+    next_.steps.push_back("switches to " + data_set_words(update) + ", " +
+                          than("newer than", current, role));
     install(update);
-    if (!(in_use == system)) {
-      touch_marker();
-      next_.steps.push_back("leaves the clean-up marker: " + data_set_words(in_use) +
-                            " goes out of use");
-    }
+    if (!(in_use == system)) touch_marker(in_use);
     write_record(in_use.version_string() + "_" + update.version_string());
   }
 
@@ -217,7 +216,7 @@ class kav_played_start {
     const kav_link_read& link = device_.localtime_link;
     std::vector<std::string>& steps = next_.localtime_steps;
     if (link.error != 0) {
-      steps.push_back("it cannot be read: " + error_words(link.error));
+      steps.push_back("cannot read it: " + error_words(link.error));
       return false;
     }
     const kav_localtime_plan plan = plan_localtime_link(link.content);
@@ -227,13 +226,13 @@ class kav_played_start {
     }
     if (plan.action == kav_localtime_plan::reset) {
       steps.push_back(link.content.empty()
-                          ? "it is missing"
-                          : "it leads neither under " + std::string(paths::zoneinfo_link) +
+                          ? "finds none"
+                          : "finds it leading neither under " + std::string(paths::zoneinfo_link) +
                                 " nor under " + paths::legacy_zoneinfo);
       return false;
     }
     if (!exists_under(next_.zoneinfo, plan.target)) {
-      steps.push_back("it cannot be corrected: " + escaped(plan.target) + " will not exist");
+      steps.push_back("cannot correct it: " + escaped(plan.target) + " will not exist");
       return false;
     }
     remove_any(next_.localtime, paths::localtime_link);

@@ -154,9 +154,9 @@ void print_status(const kav_report& report) {
   block("Next start", next_start_lines(report.next));
   block("Local time", localtime_lines(report));
   const kav_entry& record = device.record;
-  block("Last switch", {record.type == kav_entry::file
-                            ? shown(record.content)
-                            : entry_words(paths::version_diff_record, record)});
+  block("Last switch", {record.type == kav_entry::file     ? shown(record.content)
+                       : record.type == kav_entry::absent ? "none"
+                                                          : entry_words(paths::version_diff_record, record)});
   block("Clean-up marker", {device.marker.type == kav_entry::absent ? "none" : "present"});
   block("Data sets", data_set_dir_lines(report));
 }

@@ -49,15 +49,17 @@ std::string format_mismatch(const kav_dataset& data_set, const kav_dataset& syst
   return "its ICU format " + escaped(format) + " differs from the system's " + escaped(wanted);
 }
 
-std::string version_loss(const kav_dataset& data_set, std::string_view relation,
-                         const kav_dataset& other, std::string_view other_role) {
+std::string than(std::string_view relation, const kav_dataset& other, std::string_view role) {
+  std::string text = std::string(relation) + (other.root().empty() ? " the system's " : " ") +
+                     escaped(other.version_string());
+  return role.empty() ? text : text + ", " + std::string(role);
+}
+
+std::string version_comparison(const kav_dataset& data_set, std::string_view relation,
+                               const kav_dataset& other, std::string_view role) {
   const std::string name = escaped(data_set.version_string());
   if (data_set.version() == kav_version()) return name + " is not a version string";
-  std::string text = name + " is " + std::string(relation) + " ";
-  if (other.root().empty()) text += "the system's ";
-  text += escaped(other.version_string());
-  if (!other_role.empty()) text += ", " + std::string(other_role);
-  return text;
+  return name + " is " + than(relation, other, role);
 }
 
 }  // namespace kav
