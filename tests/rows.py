@@ -14,6 +14,8 @@ its other lines add image entries (tools/make-image), and
   status N        is the exit status wanted (default 0);
   => ENTRY        is how the device must differ after the last run;
   umask N         is the umask to run it under (default 022).
+Run as root, it runs kavdata's read-only commands again as an ordinary user,
+who must be told the same.
 Apart from the differences the row lists, every path under /var and
 /usr/share must be as before, type, mode, content and target alike.
 """
@@ -31,6 +33,8 @@ TOOLS = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../tools")
 image_builder = SourceFileLoader("make_image", TOOLS + "/make-image").load_module()
 TZ = image_builder.TZ
 ERR = ("kavsetup: ", "kavdata: ")
+AS_USER = os.geteuid() == 0  # only root can start a program as another user
+READ_ONLY = ("status", "show", "check")
 
 
 class Run:
@@ -76,10 +80,12 @@ class Image:
         self.root = tempfile.mkdtemp(prefix="kavsetup-image-")
         image_builder.build(self.root, lines)
 
-    def run(self, program, arguments=(), wrapper=(), umask=0o22):
-        """Runs PROGRAM in the image; returns (status, stdout lines, stderr lines)."""
-        wrap = ["--wrap", " ".join(wrapper)] if wrapper else []
-        done = subprocess.run([TOOLS + "/run-in-root", *wrap, self.root, program, *arguments],
+    def run(self, program, arguments=(), wrapper=(), umask=0o22, user=False):
+        """Runs PROGRAM in the image, as root or as the user nobody; returns
+        (status, stdout lines, stderr lines)."""
+        options = ["--wrap", " ".join(wrapper)] if wrapper else []
+        done = subprocess.run([TOOLS + "/run-in-root", *options, *["--user"][:user], self.root,
+                               program, *arguments],
                               capture_output=True, umask=umask, timeout=60)
         err = done.stderr.splitlines()
         if done.returncode == 125 and err and err[-1].startswith(b"run-in-root: "):
@@ -138,16 +144,30 @@ def outcome(status, out, err):
         line.decode(errors="replace")[:300] for line in [*out, b"--", *err]))
 
 
+def run_both_ways(image, program, argv, umask):
+    """Runs a command; a read-only one of kavdata's is run again as an
+    ordinary user. Returns what root got and the problems."""
+    got = image.run(program, argv[1:], umask=umask)
+    if not (AS_USER and argv[0] == "kavdata" and argv[1:2] and argv[1] in READ_ONLY):
+        return got, []
+    as_user = image.run(program, argv[1:], umask=umask, user=True)
+    return got, [] if as_user == got else [f"as nobody, $ {shlex.join(argv)}: " +
+                                           outcome(*as_user)]
+
+
 def check(programs, device, row):
     with Image(device + row.tree) as image, Image(device + row.tree + row.after) as wanted:
         problems = []
         if row.predicted:
             before = image.state()
-            _, out, _ = image.run(programs["kavdata"], ["show"], umask=row.umask)
+            (_, out, _), problems = run_both_ways(image, programs["kavdata"], ["kavdata", "show"],
+                                                  row.umask)
             predicted = properties(out)
             problems += [f"kavdata show changed {d}" for d in differences(image.state(), before)]
         for run in row.runs:
-            status, out, err = image.run(programs[run.argv[0]], run.argv[1:], umask=row.umask)
+            (status, out, err), as_user = run_both_ways(image, programs[run.argv[0]], run.argv,
+                                                        row.umask)
+            problems += as_user
             if (status, out, err) != (run.status, run.out, run.err):
                 problems.append(f"$ {shlex.join(run.argv)}: " + outcome(status, out, err))
         problems += differences(image.state(), wanted.state())
@@ -168,7 +188,8 @@ def main(kavsetup, kavdata, path):
         if problems:
             print("FAIL", row.name, *problems, sep="\n  ")
     failed = sum(map(bool, results))
-    print(f"{len(rows)} rows, {failed} failed")
+    print(f"{len(rows)} rows, {failed} failed" +
+          ("" if AS_USER else "; kavdata was not run as an ordinary user, which needs root"))
     return 1 if failed else 0
 
 
