@@ -8,6 +8,7 @@ its other lines add image entries (tools/make-image), and
                   up to the next "$" are about that run. A row without "$"
                   runs kavsetup, after "kavdata show", whose Next* values must
                   then be what the start leaves, and which must change nothing;
+  show NAME=VALUE is a line that kavdata show must write there;
   | TEXT          is a line the run must write to standard output, whole;
   kavsetup: ...   is a line it must write to standard error, whole (with the
   kavdata: ...    escapes of image entries);
@@ -46,7 +47,8 @@ class Row:
     def __init__(self, block):
         self.name = " ".join(l[2:] for l in block if l.startswith("# "))
         self.tree = [l for l in block if not l.startswith(
-            ("#", "$ ", "|", "=> ", "status ", "umask ") + ERR)]
+            ("#", "$ ", "|", "=> ", "status ", "umask ", "show ") + ERR)]
+        self.shown = [l[5:].encode() for l in block if l.startswith("show ")]
         self.after = [l[3:] for l in block if l.startswith("=> ")]
         self.umask = int(next((l[6:] for l in block if l.startswith("umask ")), "022"), 8)
         self.predicted = not any(l.startswith("$ ") for l in block)
@@ -163,6 +165,8 @@ def check(programs, device, row):
             (_, out, _), problems = run_both_ways(image, programs["kavdata"], ["kavdata", "show"],
                                                   row.umask)
             predicted = properties(out)
+            problems += [f"kavdata show did not write {line}" for line in row.shown
+                         if line not in out]
             problems += [f"kavdata show changed {d}" for d in differences(image.state(), before)]
         for run in row.runs:
             (status, out, err), as_user = run_both_ways(image, programs[run.argv[0]], run.argv,
@@ -182,7 +186,8 @@ def check(programs, device, row):
 def main(kavsetup, kavdata, path):
     device, rows = read_rows(path)
     programs = {"kavsetup": kavsetup, "kavdata": kavdata}
-    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+    # The threads mostly wait for the programs they start.
+    with concurrent.futures.ThreadPoolExecutor(4 * os.cpu_count()) as pool:
         results = list(pool.map(lambda row: check(programs, device, row), rows))
     for row, problems in zip(rows, results):
         if problems:
