@@ -4,7 +4,8 @@
 A file of rows is blocks parted by blank lines. The first block is the device
 every row starts from; each later block is one row: its "# " lines name it,
 its other lines add image entries (tools/make-image), and
-  $ COMMAND ...   runs kavsetup or kavdata with arguments; the lines below it
+  $ COMMAND ...   runs kavsetup or kavdata with arguments ("$ nobody COMMAND"
+                  as the user nobody, which needs root); the lines below it
                   up to the next "$" are about that run. A row without "$"
                   runs kavsetup, after "kavdata show", whose Next* values must
                   then be what the start leaves, and which must change nothing;
@@ -40,7 +41,8 @@ READ_ONLY = ("status", "show", "check")
 
 class Run:
     def __init__(self, argv):
-        self.argv, self.out, self.err, self.status = argv, [], [], 0
+        self.user = argv[:1] == ["nobody"]
+        self.argv, self.out, self.err, self.status = argv[self.user:], [], [], 0
 
 
 class Row:
@@ -146,11 +148,11 @@ def outcome(status, out, err):
         line.decode(errors="replace")[:300] for line in [*out, b"--", *err]))
 
 
-def run_both_ways(image, program, argv, umask):
+def run_both_ways(image, program, argv, umask, user=False):
     """Runs a command; a read-only one of kavdata's is run again as an
-    ordinary user. Returns what root got and the problems."""
-    got = image.run(program, argv[1:], umask=umask)
-    if not (AS_USER and argv[0] == "kavdata" and argv[1:2] and argv[1] in READ_ONLY):
+    ordinary user. Returns what it got and the problems."""
+    got = image.run(program, argv[1:], umask=umask, user=user)
+    if user or not (AS_USER and argv[0] == "kavdata" and argv[1:2] and argv[1] in READ_ONLY):
         return got, []
     as_user = image.run(program, argv[1:], umask=umask, user=True)
     return got, [] if as_user == got else [f"as nobody, $ {shlex.join(argv)}: " +
@@ -170,7 +172,7 @@ def check(programs, device, row):
             problems += [f"kavdata show changed {d}" for d in differences(image.state(), before)]
         for run in row.runs:
             (status, out, err), as_user = run_both_ways(image, programs[run.argv[0]], run.argv,
-                                                        row.umask)
+                                                        row.umask, run.user)
             problems += as_user
             if (status, out, err) != (run.status, run.out, run.err):
                 problems.append(f"$ {shlex.join(run.argv)}: " + outcome(status, out, err))
@@ -185,6 +187,8 @@ def check(programs, device, row):
 
 def main(kavsetup, kavdata, path):
     device, rows = read_rows(path)
+    # Only root can run a command as another user.
+    rows = [row for row in rows if AS_USER or not any(run.user for run in row.runs)]
     programs = {"kavsetup": kavsetup, "kavdata": kavdata}
     # The threads mostly wait for the programs they start.
     with concurrent.futures.ThreadPoolExecutor(4 * os.cpu_count()) as pool:

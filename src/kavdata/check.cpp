@@ -76,10 +76,11 @@ class kav_checker {
     check_.version_string = std::move(version_string);
   }
 
-  kav_check run() {
+  kav_check run(bool layout_only) {
     const bool named = check_name();
     const bool zoneinfo = has_directory("zoneinfo");
     const bool icutz = has_directory("icutz");
+    if (layout_only) return std::move(check_);
     check_tree();
     if (zoneinfo && named) check_version_file();
     const bool icu_explained = icutz && !check_icu_directory();
@@ -206,8 +207,9 @@ class kav_checker {
       return " is a link: only a regular file counts";
     if (entry.fts_info == FTS_D) return " is a directory";
     if (entry.fts_info != FTS_F) return " cannot be read: " + error_words(entry.fts_errno);
-    char mode[64];
-    std::snprintf(mode, sizeof mode, " is not readable by others (mode %04o)",
+    char mode[96];
+    std::snprintf(mode, sizeof mode,
+                  " is not readable by others (mode %04o; kavdata stage makes it 0644)",
                   static_cast<unsigned>(entry.fts_statp->st_mode & 07777));
     return mode;
   }
@@ -243,9 +245,8 @@ std::string directory_name(const std::string& directory) {
                           end - (start == std::string::npos ? 0 : start + 1) + 1);
 }
 
-}  // namespace
-
-kav_check check_data_set(const std::string& directory, const std::string& as) {
+// Judges `directory`, the whole of it or only its layout.
+kav_check judge(const std::string& directory, const std::string& as, bool layout_only) {
   kav_check check;
   check.version_string = as.empty() ? directory_name(directory) : as;
   char resolved[PATH_MAX];
@@ -262,7 +263,17 @@ kav_check check_data_set(const std::string& directory, const std::string& as) {
   }
   if (as.empty()) check.version_string = directory_name(resolved);
   const kav_muted_warnings muted;
-  return kav_checker(resolved, check.version_string).run();
+  return kav_checker(resolved, check.version_string).run(layout_only);
+}
+
+}  // namespace
+
+kav_check check_data_set(const std::string& directory, const std::string& as) {
+  return judge(directory, as, false);
+}
+
+kav_check check_layout(const std::string& directory, const std::string& as) {
+  return judge(directory, as, true);
 }
 
 int print_check(const kav_check& check) {

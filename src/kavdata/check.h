@@ -19,6 +19,10 @@ struct kav_check {
 // empty. Only reads.
 kav_check check_data_set(const std::string& directory, const std::string& as);
 
+// Only what can be told before a copy is made: that `directory` is a
+// directory holding zoneinfo/ and icutz/, named by a version string.
+kav_check check_layout(const std::string& directory, const std::string& as);
+
 // Prints the reasons one a line, or that the next start would take it;
 // returns the exit status, 1 when there are reasons.
 int print_check(const kav_check& check);

@@ -9,25 +9,9 @@
 
 #include "fs/paths.h"
 #include "fs/walk.h"
+#include "kavdata/tree.h"
 
 namespace kav {
-
-std::uint64_t tree_size(const std::string& path, int& error) {
-  const walk_handle walk = open_walk(path, FTS_PHYSICAL | FTS_NOCHDIR);
-  if (!walk) {
-    error = errno;
-    return 0;
-  }
-  std::uint64_t size = 0;
-  while (const FTSENT* entry = fts_read(walk.get())) {
-    if (entry->fts_info == FTS_F) size += static_cast<std::uint64_t>(entry->fts_statp->st_size);
-    if ((entry->fts_info == FTS_DNR || entry->fts_info == FTS_ERR || entry->fts_info == FTS_NS) &&
-        error == 0)
-      error = entry->fts_errno;
-  }
-  if (errno != 0 && error == 0) error = errno;
-  return size;
-}
 
 std::vector<kav_data_set_dir> list_data_sets(const kav_device& device, int& error) {
   std::vector<kav_data_set_dir> found;

@@ -23,8 +23,4 @@ struct kav_data_set_dir {
 // the directory cannot be listed.
 std::vector<kav_data_set_dir> list_data_sets(const kav_device& device, int& error);
 
-// The bytes of the files under `path`, not following links; `error` is the
-// first errno met.
-std::uint64_t tree_size(const std::string& path, int& error);
-
 }  // namespace kav

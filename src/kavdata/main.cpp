@@ -1,5 +1,6 @@
 // kavdata: says what the next start of kavsetup will do with the time zone
-// data sets and why, and judges a data set before it is staged.
+// data sets and why, judges a data set before it is staged, stages it, and
+// reclaims the data sets that went out of use.
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -7,7 +8,9 @@
 #include <string>
 
 #include "kavdata/check.h"
+#include "kavdata/clean.h"
 #include "kavdata/report.h"
+#include "kavdata/stage.h"
 
 namespace {
 
@@ -23,9 +26,14 @@ constexpr char usage_text[] =
     "  check [--as VERSION] DIR\n"
     "                          whether the next start would take the unpacked data set\n"
     "                          DIR if it were staged as VERSION (default: DIR's name)\n"
+    "  stage [--as VERSION] DIR\n"
+    "                          as root: install DIR, if check takes it, and point\n"
+    "                          tz_latest at it\n"
+    "  clean                   as root: delete the data sets that no link names\n"
     "\n"
     "status and show exit 1 when the next start will refuse or reset something or\n"
-    "leave the device on UTC; check exits 1 with one line per reason. See kavdata(1).\n";
+    "leave the device on UTC; the other commands exit 1 with one line per reason.\n"
+    "See kavdata(1).\n";
 
 int usage(const char* problem = nullptr, const std::string& argument = "") {
   if (problem != nullptr) {
@@ -73,13 +81,30 @@ int show_command(int argc, char** argv) {
   return report_command(argc, argv, kav::print_properties);
 }
 
-int check_command(int argc, char** argv) {
+// Runs `command` on the one directory that argv names, with --as.
+int directory_command(int argc, char** argv, int (*command)(const std::string&, const std::string&)) {
   std::string as;
   if (const int status = parse_options(argc, argv, {"as", required_argument, nullptr, 'a'}, &as);
       status >= 0)
     return status;
-  if (argc - optind != 1) return usage("check takes one directory");
-  return kav::print_check(kav::check_data_set(argv[optind], as));
+  if (argc - optind != 1) return usage("give one directory");
+  return command(argv[optind], as);
+}
+
+int check_command(int argc, char** argv) {
+  return directory_command(argc, argv, [](const std::string& directory, const std::string& as) {
+    return kav::print_check(kav::check_data_set(directory, as));
+  });
+}
+
+int stage_command(int argc, char** argv) {
+  return directory_command(argc, argv, kav::stage_data_set);
+}
+
+int clean_command(int argc, char** argv) {
+  if (const int status = parse_options(argc, argv); status >= 0) return status;
+  if (optind != argc) return usage("unexpected argument", argv[optind]);
+  return kav::clean_data_sets();
 }
 
 struct kav_command {
@@ -87,8 +112,9 @@ struct kav_command {
   int (*run)(int argc, char** argv);
 };
 
-constexpr kav_command commands[] = {
-    {"status", status_command}, {"show", show_command}, {"check", check_command}};
+constexpr kav_command commands[] = {{"status", status_command}, {"show", show_command},
+                                    {"check", check_command},   {"stage", stage_command},
+                                    {"clean", clean_command}};
 
 }  // namespace
 
