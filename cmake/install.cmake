@@ -30,6 +30,7 @@ install(CODE [[
     endwhile()
   endforeach()
   list(GET kavsetup_full_dirs 0 kavsetup_sbindir)
+  list(GET kavsetup_full_dirs 1 kavsetup_bindir)
   list(GET kavsetup_full_dirs -1 kavsetup_unit_dir)
 ]])
 
@@ -54,27 +55,31 @@ install(FILES ${PROJECT_BINARY_DIR}/changelog.gz packaging/copyright
         DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES packaging/lintian-overrides DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/lintian/overrides
         RENAME kavsetup)
-install(FILES packaging/kavsetup.service DESTINATION ${KAVSETUP_SYSTEMD_UNIT_DIR})
+install(FILES packaging/kavsetup.service packaging/kavdata-clean.service
+        DESTINATION ${KAVSETUP_SYSTEMD_UNIT_DIR})
 
 # Installing ends with this, which must stay the last install rule.
 install(CODE [[
-  # packaging/kavsetup.service names /usr/sbin/kavsetup, the program's place on
-  # a device image; `cmake --install --prefix` may put it elsewhere, so the
-  # installed copy is rewritten in place.
-  set(unit_file "$ENV{DESTDIR}${kavsetup_unit_dir}/kavsetup.service")
-  file(READ "${unit_file}" unit)
-  string(FIND "${unit}" "\nExecStart=/usr/sbin/kavsetup\n" at)
-  if(at EQUAL -1)
-    message(FATAL_ERROR "${unit_file} has no line ExecStart=/usr/sbin/kavsetup")
-  endif()
-  string(REPLACE "\nExecStart=/usr/sbin/kavsetup\n"
-         "\nExecStart=${kavsetup_sbindir}/kavsetup\n" unit "${unit}")
-  file(WRITE "${unit_file}" "${unit}")
+  # The units name /usr/sbin/kavsetup and /usr/bin/kavdata, the programs'
+  # places on a device image; `cmake --install --prefix` may put them
+  # elsewhere, so the installed copies are rewritten in place.
+  set(units kavsetup.service kavdata-clean.service)
+  set(programs /usr/sbin/kavsetup /usr/bin/kavdata)
+  set(installed "${kavsetup_sbindir}/kavsetup" "${kavsetup_bindir}/kavdata")
+  foreach(unit_name program installed_program IN ZIP_LISTS units programs installed)
+    set(unit_file "$ENV{DESTDIR}${kavsetup_unit_dir}/${unit_name}")
+    file(READ "${unit_file}" unit)
+    string(FIND "${unit}" "\nExecStart=${program}" at)
+    if(at EQUAL -1)
+      message(FATAL_ERROR "${unit_file} has no line ExecStart=${program}")
+    endif()
+    string(REPLACE "\nExecStart=${program}" "\nExecStart=${installed_program}" unit "${unit}")
+    file(WRITE "${unit_file}" "${unit}")
+  endforeach()
 
   # A stripped program has no use for the compilers' notes either; Debian's
   # own tools remove them too.
   if(CMAKE_INSTALL_DO_STRIP)
-    list(GET kavsetup_full_dirs 1 kavsetup_bindir)
     execute_process(COMMAND "${kavsetup_strip}" --remove-section=.comment --remove-section=.note
                             "$ENV{DESTDIR}${kavsetup_sbindir}/kavsetup"
                             "$ENV{DESTDIR}${kavsetup_bindir}/kavdata" COMMAND_ERROR_IS_FATAL ANY)
