@@ -56,10 +56,13 @@ bool empty_directory(const std::string& path, int& error) {
     error = errno;
     return false;
   }
+  errno = 0;
   while (const dirent* entry = ::readdir(directory.get()))
     if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0)
       return false;
-  return true;
+  // A listing that fails part-way proves nothing empty.
+  error = errno;
+  return error == 0;
 }
 
 std::string file_content(const std::string& path, int& error) {
