@@ -77,10 +77,9 @@ TEST(KavVersion, OrdersByYearLettersMajorMinor) {
   EXPECT_TRUE(kav_version("2014f.01") == kav_version("2014f.1"));
 }
 
-// Every byte's answers to what compiling a bracket expression asks (its
-// primary sort key; whether it is in no class, or in a named one) are the
-// standard traits' in the "C" locale. Nothing else is asked of the traits by
-// patterns that are neither case-blind nor collating.
+// What compiling a bracket expression asks of every byte, its primary sort key
+// and whether it is in the empty set of classes (named "") or in a named one,
+// is answered as the standard traits answer it in the "C" locale.
 TEST(KavRegexTraits, AnswerAsTheStandardTraitsInTheCLocale) {
   std::regex_traits<char> standard;
   standard.imbue(std::locale::classic());
