@@ -135,8 +135,8 @@ def check(start, call, n, action):
     uninterrupted run leaves, so that the next start of kavsetup does too."""
     problems, umask = [], start.row.umask
     with Image(start.tree) as image:
-        status, out, err, log = traced(image, start.program, start.run, umask,
-                                       ["-e", f"trace={call}", "-e", f"inject={call}:{action}:when={n}"])
+        status, out, err, log = traced(image, start.program, start.run, umask, [
+            "-e", f"trace={call}", "-e", f"inject={call}:{action}:when={n}"])
         if "(INJECTED)" not in log and "killed by SIGKILL" not in log:
             problems.append("nothing injected in the program")
         problems += start.ended(action, status, out, err)
