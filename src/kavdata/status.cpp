@@ -46,7 +46,7 @@ std::string entry_words(const char* path, const kav_entry& entry) {
 // A data set's version and ICU format, then what stood in the way of reading
 // them.
 std::vector<std::string> data_set_lines(const kav_built& built, const std::string& format_source) {
-  if (!built.dataset) return {"cannot be read: " + built.failure};
+  if (!built.dataset) return {built.failure};
   const kav_dataset& data_set = *built.dataset;
   const std::string& format = data_set.icu().format();
   std::vector<std::string> lines = {shown(data_set.version_string()) + ", ICU format " +
