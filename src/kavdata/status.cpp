@@ -154,9 +154,11 @@ void print_status(const kav_report& report) {
   block("Next start", next_start_lines(report.next));
   block("Local time", localtime_lines(report));
   const kav_entry& record = device.record;
-  block("Last switch", {record.type == kav_entry::file     ? shown(record.content)
-                       : record.type == kav_entry::absent ? "none"
-                                                          : entry_words(paths::version_diff_record, record)});
+  block("Last switch",
+        {record.type == kav_entry::absent ? "none"
+         : record.type != kav_entry::file ? entry_words(paths::version_diff_record, record)
+         : record.error != 0 ? read_problem(paths::version_diff_record, record.error)
+                             : shown(record.content)});
   block("Clean-up marker", {device.marker.type == kav_entry::absent ? "none" : "present"});
   block("Data sets", data_set_dir_lines(report));
 }
