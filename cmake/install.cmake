@@ -1,12 +1,13 @@
-# Installation and the Debian package: the program in sbin, its manual page in
-# section 8, the boot-time service unit, and the package's documents.
+# Installation and the Debian package: kavsetup in sbin with its manual page in
+# section 8, kavdata in bin with its page in section 1, the boot-time service
+# unit, and the package's documents.
 include(GNUInstallDirs)
 
 # The service unit's directory, relative to the prefix unless absolute.
 set(KAVSETUP_SYSTEMD_UNIT_DIR "lib/systemd/system" CACHE STRING
     "Directory of the service unit, relative to the install prefix")
-set(kavsetup_install_dirs ${CMAKE_INSTALL_SBINDIR} ${CMAKE_INSTALL_MANDIR}/man8
-    ${CMAKE_INSTALL_DOCDIR} ${CMAKE_INSTALL_DATAROOTDIR}/lintian/overrides
+set(kavsetup_install_dirs ${CMAKE_INSTALL_SBINDIR} ${CMAKE_INSTALL_BINDIR}
+    ${CMAKE_INSTALL_MANDIR}/man8 ${CMAKE_INSTALL_MANDIR}/man1 ${CMAKE_INSTALL_DOCDIR} ${CMAKE_INSTALL_DATAROOTDIR}/lintian/overrides
     ${KAVSETUP_SYSTEMD_UNIT_DIR})
 
 # Installing runs this first: it resolves the destinations against the prefix
@@ -29,50 +30,59 @@ install(CODE [[
     endwhile()
   endforeach()
   list(GET kavsetup_full_dirs 0 kavsetup_sbindir)
+  list(GET kavsetup_full_dirs 1 kavsetup_bindir)
   list(GET kavsetup_full_dirs -1 kavsetup_unit_dir)
 ]])
 
 install(TARGETS kavsetup RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
+install(TARGETS kavdata RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 
 # The manual page and the changelog are installed compressed, as Debian's
 # policy wants; -n keeps names and times out, so that builds are reproducible.
 find_program(KAVSETUP_GZIP gzip REQUIRED)
-foreach(document man/kavsetup.8 packaging/changelog)
+foreach(document man/kavsetup.8 man/kavdata.1 packaging/changelog)
   get_filename_component(name ${document} NAME)
   add_custom_command(OUTPUT ${name}.gz
     COMMAND ${CMAKE_COMMAND} -E copy ${PROJECT_SOURCE_DIR}/${document} ${name}
     COMMAND ${KAVSETUP_GZIP} -9nf ${name}
     DEPENDS ${document} VERBATIM)
 endforeach()
-add_custom_target(kavsetup_documents ALL DEPENDS kavsetup.8.gz changelog.gz)
+add_custom_target(kavsetup_documents ALL DEPENDS kavsetup.8.gz kavdata.1.gz changelog.gz)
 install(FILES ${PROJECT_BINARY_DIR}/kavsetup.8.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
+install(FILES ${PROJECT_BINARY_DIR}/kavdata.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 # The licence asks that its notice go with every copy, so an image gets it too.
 install(FILES ${PROJECT_BINARY_DIR}/changelog.gz packaging/copyright
         DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES packaging/lintian-overrides DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/lintian/overrides
         RENAME kavsetup)
-install(FILES packaging/kavsetup.service DESTINATION ${KAVSETUP_SYSTEMD_UNIT_DIR})
+install(FILES packaging/kavsetup.service packaging/kavdata-clean.service
+        DESTINATION ${KAVSETUP_SYSTEMD_UNIT_DIR})
 
 # Installing ends with this, which must stay the last install rule.
 install(CODE [[
-  # packaging/kavsetup.service names /usr/sbin/kavsetup, the program's place on
-  # a device image; `cmake --install --prefix` may put it elsewhere, so the
-  # installed copy is rewritten in place.
-  set(unit_file "$ENV{DESTDIR}${kavsetup_unit_dir}/kavsetup.service")
-  file(READ "${unit_file}" unit)
-  string(FIND "${unit}" "\nExecStart=/usr/sbin/kavsetup\n" at)
-  if(at EQUAL -1)
-    message(FATAL_ERROR "${unit_file} has no line ExecStart=/usr/sbin/kavsetup")
-  endif()
-  string(REPLACE "\nExecStart=/usr/sbin/kavsetup\n"
-         "\nExecStart=${kavsetup_sbindir}/kavsetup\n" unit "${unit}")
-  file(WRITE "${unit_file}" "${unit}")
+  # The units name /usr/sbin/kavsetup and /usr/bin/kavdata, the programs'
+  # places on a device image; `cmake --install --prefix` may put them
+  # elsewhere, so the installed copies are rewritten in place.
+  set(units kavsetup.service kavdata-clean.service)
+  set(programs /usr/sbin/kavsetup /usr/bin/kavdata)
+  set(installed "${kavsetup_sbindir}/kavsetup" "${kavsetup_bindir}/kavdata")
+  foreach(unit_name program installed_program IN ZIP_LISTS units programs installed)
+    set(unit_file "$ENV{DESTDIR}${kavsetup_unit_dir}/${unit_name}")
+    file(READ "${unit_file}" unit)
+    string(FIND "${unit}" "\nExecStart=${program}" at)
+    if(at EQUAL -1)
+      message(FATAL_ERROR "${unit_file} has no line ExecStart=${program}")
+    endif()
+    string(REPLACE "\nExecStart=${program}" "\nExecStart=${installed_program}" unit "${unit}")
+    file(WRITE "${unit_file}" "${unit}")
+  endforeach()
 
   # A stripped program has no use for the compilers' notes either; Debian's
   # own tools remove them too.
   if(CMAKE_INSTALL_DO_STRIP)
     execute_process(COMMAND "${kavsetup_strip}" --remove-section=.comment --remove-section=.note
-                            "$ENV{DESTDIR}${kavsetup_sbindir}/kavsetup" COMMAND_ERROR_IS_FATAL ANY)
+                            "$ENV{DESTDIR}${kavsetup_sbindir}/kavsetup"
+                            "$ENV{DESTDIR}${kavsetup_bindir}/kavdata" COMMAND_ERROR_IS_FATAL ANY)
   endif()
 
   # mkdir(2) applies the umask whatever mode it is asked for: under umask 077
@@ -98,7 +108,9 @@ set(CPACK_PACKAGE_DESCRIPTION_SUMMARY
 set(CPACK_PACKAGE_DESCRIPTION
     "kavsetup runs once at every boot and points the time zone links under
 /var/db/timezone at the newest compatible time zone data set, falling back
-to the system partition's data, and repairs the local time link.")
+to the system partition's data, and repairs the local time link. kavdata
+says what the next boot will do and why, and checks a data set before it is
+staged.")
 set(CPACK_GENERATOR DEB)
 # DEB installs under /usr by default; set here, the prefix would also move the
 # source package's tree under usr/.

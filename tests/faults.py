@@ -41,7 +41,7 @@ def program_calls(log):
 
 def traced(image, program, row, injection):
     with tempfile.NamedTemporaryFile("r") as log:
-        status, out, err = image.run(program, ["strace", "-o", log.name, *injection], row.umask)
+        status, out, err = image.run(program, wrapper=["strace", "-o", log.name, *injection], umask=row.umask)
         return status, out, err, log.read()
 
 

@@ -1,19 +1,30 @@
 #!/usr/bin/env python3
-"""Runs kavsetup on the device rows of a file: rows.py PROGRAM ROWS
+"""Runs the programs on the device rows of a file: rows.py KAVSETUP KAVDATA ROWS
 
 A file of rows is blocks parted by blank lines. The first block is the device
 every row starts from; each later block is one row: its "# " lines name it,
 its other lines add image entries (tools/make-image), and
-  kavsetup: ...   is a line the program must write to standard error, whole
-                  (with the escapes of image entries);
-  => ENTRY        is how the device must differ afterwards;
+  $ COMMAND ...   runs kavsetup or kavdata with arguments ("$ nobody COMMAND"
+                  as the user nobody, which needs root); the lines below it
+                  up to the next "$" are about that run. A row without "$"
+                  runs kavsetup, after "kavdata show", whose Next* values must
+                  then be what the start leaves, and which must change nothing;
+  show NAME=VALUE is a line that kavdata show must write there;
+  | TEXT          is a line the run must write to standard output, whole;
+  kavsetup: ...   is a line it must write to standard error, whole (with the
+  kavdata: ...    escapes of image entries);
   status N        is the exit status wanted (default 0);
+  => ENTRY        is how the device must differ after the last run;
   umask N         is the umask to run it under (default 022).
+Run as root, it runs kavdata's read-only commands again as an ordinary user,
+who must be told the same.
 Apart from the differences the row lists, every path under /var and
 /usr/share must be as before, type, mode, content and target alike.
 """
 import concurrent.futures
 import os
+import re
+import shlex
 import subprocess
 import sys
 import tempfile
@@ -22,17 +33,43 @@ from importlib.machinery import SourceFileLoader
 sys.dont_write_bytecode = True
 TOOLS = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../tools")
 image_builder = SourceFileLoader("make_image", TOOLS + "/make-image").load_module()
+TZ = image_builder.TZ
+ERR = ("kavsetup: ", "kavdata: ")
+AS_USER = os.geteuid() == 0  # only root can start a program as another user
+READ_ONLY = ("status", "show", "check")
+
+
+class Run:
+    def __init__(self, argv):
+        self.user = argv[:1] == ["nobody"]
+        self.argv, self.out, self.err, self.status = argv[self.user:], [], [], 0
 
 
 class Row:
     def __init__(self, block):
         self.name = " ".join(l[2:] for l in block if l.startswith("# "))
-        self.tree = [l for l in block
-                     if not l.startswith(("#", "kavsetup: ", "=> ", "status ", "umask "))]
-        self.err = [image_builder.expand(l) for l in block if l.startswith("kavsetup: ")]
+        self.tree = [l for l in block if not l.startswith(
+            ("#", "$ ", "|", "=> ", "status ", "umask ", "show ") + ERR)]
+        self.shown = [l[5:].encode() for l in block if l.startswith("show ")]
         self.after = [l[3:] for l in block if l.startswith("=> ")]
-        self.status = int(next((l[7:] for l in block if l.startswith("status ")), 0))
         self.umask = int(next((l[6:] for l in block if l.startswith("umask ")), "022"), 8)
+        self.predicted = not any(l.startswith("$ ") for l in block)
+        self.runs, run = [], None
+        for line in block:
+            if line.startswith("$ "):
+                run = None
+            elif not line.startswith(("|", "status ") + ERR):
+                continue
+            if run is None:
+                run = Run(shlex.split(line[2:]) if line.startswith("$ ") else ["kavsetup"])
+                self.runs.append(run)
+            if line.startswith("|"):
+                run.out.append(line[2:].encode())
+            elif line.startswith("status "):
+                run.status = int(line[7:])
+            elif line.startswith(ERR):
+                run.err.append(image_builder.expand(line))
+        self.runs = self.runs or [Run(["kavsetup"])]
 
 
 def read_rows(path):
@@ -47,20 +84,34 @@ class Image:
         self.root = tempfile.mkdtemp(prefix="kavsetup-image-")
         image_builder.build(self.root, lines)
 
-    def run(self, program, wrapper=(), umask=0o22):
-        """Runs PROGRAM in the image; returns (status, stdout, stderr lines)."""
-        done = subprocess.run([TOOLS + "/run-in-root", self.root, program, *wrapper],
+    def run(self, program, arguments=(), wrapper=(), umask=0o22, user=False):
+        """Runs PROGRAM in the image, as root or as the user nobody; returns
+        (status, stdout lines, stderr lines)."""
+        options = ["--wrap", " ".join(wrapper)] if wrapper else []
+        done = subprocess.run([TOOLS + "/run-in-root", *options, *["--user"][:user], self.root,
+                               program, *arguments],
                               capture_output=True, umask=umask, timeout=60)
         err = done.stderr.splitlines()
         if done.returncode == 125 and err and err[-1].startswith(b"run-in-root: "):
             sys.exit(err[-1].decode())
-        return done.returncode, done.stdout, err
+        return done.returncode, done.stdout.splitlines(), err
 
     def state(self):
         """Every path under /var and /usr/share, with what it holds."""
         return {path[len(self.root):]: held(path) for top in ("/var", "/usr/share")
                 for directory, dirs, files in os.walk(self.root + top)
                 for path in (os.path.join(directory, name) for name in dirs + files)}
+
+    def left(self, status):
+        """What a start left, as kavdata show names it."""
+        def link(path):
+            return os.readlink(self.root + path).encode() if os.path.islink(self.root + path) else b""
+        record = self.root + TZ + "TZVersionDiffRecord"
+        return {b"NextZoneinfo": link(TZ + "zoneinfo"), b"NextICU": link("/var/db/icutz"),
+                b"NextLocaltime": link(TZ + "localtime"),
+                b"NextMarker": b"yes" if os.path.lexists(self.root + TZ + "needs_cleanup") else b"no",
+                b"NextRecord": open(record, "rb").read() if os.path.isfile(record) else b"",
+                b"NextExitStatus": str(status).encode()}
 
     def __enter__(self):
         return self
@@ -80,30 +131,74 @@ def held(path):
         return f"{mode} {data.read()!r}"
 
 
+def properties(lines):
+    """The NAME=VALUE lines of kavdata show, their values unescaped."""
+    unescape = lambda m: b"\\" if m[1] == b"\\" else bytes([int(m[1][1:], 16)])
+    return {name: re.sub(rb"\\(\\|x[0-9a-f]{2})", unescape, value)
+            for name, _, value in (line.partition(b"=") for line in lines)}
+
+
 def differences(got, wanted):
     return [f"{path}: {got.get(path, 'absent')[:200]}, not {wanted.get(path, 'absent')[:200]}"
             for path in sorted(set(got) | set(wanted)) if got.get(path) != wanted.get(path)]
 
 
-def check(program, device, row):
+def outcome(status, out, err):
+    return (f"status {status}, messages:\n    " + "\n    ".join(
+        line.decode(errors="replace")[:300] for line in [*out, b"--", *err]))
+
+
+def run_both_ways(image, program, argv, umask, user=False):
+    """Runs a command; a read-only one of kavdata's is run again as an
+    ordinary user. Returns what it got and the problems."""
+    got = image.run(program, argv[1:], umask=umask, user=user)
+    if user or not (AS_USER and argv[0] == "kavdata" and argv[1:2] and argv[1] in READ_ONLY):
+        return got, []
+    as_user = image.run(program, argv[1:], umask=umask, user=True)
+    return got, [] if as_user == got else [f"as nobody, $ {shlex.join(argv)}: " +
+                                           outcome(*as_user)]
+
+
+def check(programs, device, row):
     with Image(device + row.tree) as image, Image(device + row.tree + row.after) as wanted:
-        status, out, err = image.run(program, umask=row.umask)
-        problems = differences(image.state(), wanted.state())
-        if (status, out, err) != (row.status, b"", row.err):
-            problems.append(f"status {status}, out {out!r}, messages:\n    " +
-                            "\n    ".join(line.decode(errors="replace")[:300] for line in err))
+        problems = []
+        if row.predicted:
+            before = image.state()
+            (_, out, _), problems = run_both_ways(image, programs["kavdata"], ["kavdata", "show"],
+                                                  row.umask)
+            predicted = properties(out)
+            problems += [f"kavdata show did not write {line}" for line in row.shown
+                         if line not in out]
+            problems += [f"kavdata show changed {d}" for d in differences(image.state(), before)]
+        for run in row.runs:
+            (status, out, err), as_user = run_both_ways(image, programs[run.argv[0]], run.argv,
+                                                        row.umask, run.user)
+            problems += as_user
+            if (status, out, err) != (run.status, run.out, run.err):
+                problems.append(f"$ {shlex.join(run.argv)}: " + outcome(status, out, err))
+        problems += differences(image.state(), wanted.state())
+        if row.predicted:
+            problems += [f"kavdata show predicted {name.decode()}={value[:200]!r}, "
+                         f"the start left {predicted.get(name, b'nothing')[:200]!r}"
+                         for name, value in image.left(status).items()
+                         if predicted.get(name) != value]
         return problems
 
 
-def main(program, path):
+def main(kavsetup, kavdata, path):
     device, rows = read_rows(path)
-    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-        results = list(pool.map(lambda row: check(program, device, row), rows))
+    # Only root can run a command as another user.
+    rows = [row for row in rows if AS_USER or not any(run.user for run in row.runs)]
+    programs = {"kavsetup": kavsetup, "kavdata": kavdata}
+    # The threads mostly wait for the programs they start.
+    with concurrent.futures.ThreadPoolExecutor(4 * os.cpu_count()) as pool:
+        results = list(pool.map(lambda row: check(programs, device, row), rows))
     for row, problems in zip(rows, results):
         if problems:
             print("FAIL", row.name, *problems, sep="\n  ")
     failed = sum(map(bool, results))
-    print(f"{len(rows)} rows, {failed} failed")
+    print(f"{len(rows)} rows, {failed} failed" +
+          ("" if AS_USER else "; kavdata was not run as an ordinary user, which needs root"))
     return 1 if failed else 0
 
 

@@ -1,0 +1,78 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "dataset/kav_dataset.h"
+
+// What a start of the boot program would find on this device, read with the
+// boot program's own code and without changing anything.
+namespace kav {
+
+// What stands at a path that a start writes, and whether the start may
+// replace it. The start runs as root without capabilities, so the owner,
+// group and mode bits decide, as they apply to root.
+struct kav_entry {
+  enum kind { absent, link, file, empty_directory, directory, other, unknown };
+  kind type = absent;
+  std::string target;   // a link's whole content
+  std::string content;  // a regular file's content, when asked for
+  int error = 0;        // why an unknown entry or a file's content could not be read
+  bool writable = false;         // a regular file the start may open for writing
+  bool parent_writable = false;  // the start may make and delete entries beside it
+};
+
+// Examines `path`, not following a final link.
+kav_entry examine(const std::string& path, bool with_content = false);
+
+// A link as the start reads it: at most its first 1024 bytes, empty when it
+// does not exist, or the errno of a failed read.
+struct kav_link_read {
+  std::string content;
+  int error = 0;
+};
+
+// A data set as the start builds it, or why it cannot be built.
+struct kav_built {
+  std::optional<kav_dataset> dataset;
+  std::string failure;   // in words, when it cannot be built
+  int version_error = 0; // errno of reading the system's "+VERSION"
+  int format_error = 0;  // errno of reading what declares the ICU format
+};
+
+// Builds the system's data set (empty root), the download at `root`, or the
+// unpacked data set `root` judged as if staged as `version_string`.
+kav_built build_data_set(const std::string& root);
+kav_built build_data_set(const std::string& root, const std::string& version_string);
+
+struct kav_device {
+  kav_built system;
+  std::string system_version;  // the system's version string, even if unbuilt
+  kav_link_read latest;        // tz_latest
+  kav_link_read current_link;  // the zoneinfo link
+  bool current_link_usable = false;  // it names the system's data or a root
+  std::string current_root;          // the root it names; empty for the system's
+  kav_built current;   // the data set the start builds for it (the system's
+                       // when the link is not usable)
+  kav_built download;  // the data set tz_latest names, when it names one
+  kav_link_read localtime_link;
+  // The paths a start writes, as they stand.
+  kav_entry zoneinfo, icutz, localtime, marker, record, old_icu;
+};
+
+// The whole content of the link at `path`; empty when it is not a link.
+std::string link_content(const std::string& path);
+
+// The errno of reading the file at `path`; 0 when it can be read.
+int read_error(const std::string& path);
+
+// Reads the device. The boot program's code warns as it reads; the caller
+// mutes that (kav_muted_warnings).
+kav_device read_device();
+
+// The directory directly under /var/db/timezone/tz/ that `target` leads
+// into, such as 2015a.1.0 for /var/db/timezone/tz/2015a.1.0/icutz; empty
+// for a target outside it.
+std::string data_set_name(const std::string& target);
+
+}  // namespace kav

@@ -1,0 +1,18 @@
+#pragma once
+
+// The names under /var/db/timezone that stage and clean use besides the boot
+// program's. None of them is a version string, so a start never takes one.
+namespace kav::staging {
+
+// Held with flock(2) for the whole of a stage or a clean. Empty: whoever
+// holds it is found in /proc/locks.
+inline constexpr char lock_file[] = "/var/db/timezone/kavdata.lock";
+// A data set being copied in, "/var/db/timezone/tz/.staging-VERSION-XXXXXX",
+// renamed to its version once whole; a leftover only of an interrupted stage.
+inline constexpr char copy_prefix[] = ".staging-";
+// A data set being deleted, renamed out of its version name first.
+inline constexpr char deleting_prefix[] = ".deleting-";
+// tz_latest's new link, made under this name and renamed over tz_latest.
+inline constexpr char next_latest[] = "/var/db/timezone/.tz_latest.staging";
+
+}  // namespace kav::staging
