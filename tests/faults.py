@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
-"""Kills, then fails, the program at every file-system call of three starts
-from the device rows, and checks the start after each: faults.py
-STATIC_PROGRAM ROWS. README.md ("Tests") says what it proves."""
+"""Fails the programs at every file-system call of the first run of some
+rows, and kills them at every call that changes the file system, and checks
+what follows: faults.py KAVSETUP KAVDATA ROWS. KAVSETUP and KAVDATA are
+static builds. README.md ("Tests") says what it proves."""
 import concurrent.futures
 import os
 import re
@@ -12,41 +13,56 @@ from rows import Image, image_builder, read_rows
 
 STARTS = ("a switch between downloads that corrects the local time link",
           "a download in use older than the system's is refused",
-          "a local time link into the older location is corrected")
-CALLS = ("openat", "read", "write", "close", "unlink", "rmdir", "symlink", "readlink",
-         "access", "fstat", "newfstatat", "getdents64", "fchdir", "fcntl")
-ERROR = dict.fromkeys(CALLS, "EIO") | {"openat": "EACCES", "unlink": "EROFS",
-                                       "rmdir": "EROFS", "symlink": "ENOSPC"}
+          "a local time link into the older location is corrected",
+          "stage copies a data set whole", "after an interrupted switch, stage replaces",
+          "clean deletes what no link names", "after an interrupted switch, clean keeps")
+CALLS = ("openat", "read", "write", "close", "unlink", "rmdir", "mkdir", "symlink", "readlink",
+         "rename", "renameat2", "access", "fstat", "newfstatat", "getdents64", "fchdir",
+         "fcntl", "fsync", "fchmod", "fchown", "fchownat", "flock", "statfs")
+# One plausible error each; a failed exchange of two names makes stage take
+# its way for file systems that cannot swap them.
+ERROR = dict.fromkeys(CALLS, "EIO") | {"openat": "EACCES", "unlink": "EROFS", "rmdir": "EROFS",
+                                       "symlink": "ENOSPC", "write": "ENOSPC", "mkdir": "ENOSPC",
+                                       "renameat2": "EINVAL", "flock": "ENOLCK"}
 TZ = image_builder.TZ
 ZONEINFO, ICUTZ, LOCALTIME = TZ + "zoneinfo", "/var/db/icutz", TZ + "localtime"
-MARKER, RECORD = TZ + "needs_cleanup", TZ + "TZVersionDiffRecord"
+LATEST, MARKER, RECORD = TZ + "tz_latest", TZ + "needs_cleanup", TZ + "TZVersionDiffRecord"
+LOCK = TZ + "kavdata.lock"
 DEFAULT_LOCALTIME = "-> " + ZONEINFO + "/America/Los_Angeles"
-PROGRAM_START = 'execve("/usr/sbin/kavsetup"'
 EXITING = re.compile(rb"kavsetup: Unable to (prepare time zone directories|"
                      rb"reset to system partition|reset localtime link); exiting: ")
+# A kill before any other call leaves the files as one before the next of these.
+CHANGES = re.compile(r"(write|unlink|rmdir|mkdir|symlink|rename|renameat2|fchmod|fchown|fchownat)\(|"
+                     r"openat\(.*O_(CREAT|TRUNC)")
+LEFTOVER = re.compile(re.escape(TZ) + r"(tz/\.staging-[^/]*|\.tz_latest\.staging)$")
 
 
-def program_calls(log):
-    """(call, n) for each file-system call the program makes: its nth
-    occurrence in the trace, whose first calls are the runner's."""
+def program_calls(log, name):
+    """(call, n, action) for each fault to inject: the nth occurrence of a
+    file-system call the program makes in the trace, whose first calls are the
+    runner's, failed, and killed before the first and every change."""
     seen, found, started = {}, [], False
     for line in log.splitlines():
-        started = started or line.startswith(PROGRAM_START)
-        name = (re.match(r"\w+", line) or [""])[0]
-        seen[name] = seen.get(name, 0) + 1
-        if started and name in CALLS:
-            found.append((name, seen[name]))
+        started = started or line.startswith(f'execve("/usr/sbin/{name}"')
+        call = (re.match(r"\w+", line) or [""])[0]
+        seen[call] = seen.get(call, 0) + 1
+        if started and call in CALLS:
+            found.append((call, seen[call], f"error={ERROR[call]}"))
+            if len(found) == 1 or CHANGES.match(line):
+                found.append((call, seen[call], "signal=SIGKILL"))
     return found
 
 
-def traced(image, program, row, injection):
+def traced(image, program, run, umask, injection):
     with tempfile.NamedTemporaryFile("r") as log:
-        status, out, err = image.run(program, wrapper=["strace", "-o", log.name, *injection], umask=row.umask)
+        status, out, err = image.run(program, run.argv[1:], ["strace", "-o", log.name, *injection],
+                                     umask)
         return status, out, err, log.read()
 
 
 def allowed(path, final, expected, interrupted, old_record):
-    """Whether README.md lists this difference a fault or crash may leave."""
+    """Whether README.md lists this difference a fault or crash of a start
+    may leave."""
     in_use = expected.get(ZONEINFO, "").split("/")[-2]
     return {ICUTZ: interrupted.get(ZONEINFO) == expected.get(ZONEINFO)
                    and final.get(ICUTZ) == interrupted.get(ICUTZ),
@@ -57,50 +73,109 @@ def allowed(path, final, expected, interrupted, old_record):
                                         f"644 b'2014b.1.0_{in_use}'")}.get(path, False)
 
 
-def check(program, tree, row, expected, old_record, call, n, action):
+def data_set(state, link):
+    """The files of the data set that `link` names, by their paths in it."""
+    target = state.get(link, "")[3:]
+    if not target.startswith(TZ + "tz/"):
+        return None
+    root = TZ + "tz/" + target[len(TZ) + 3:].split("/")[0]
+    return {path[len(root):]: held for path, held in state.items()
+            if path == root or path.startswith(root + "/")}
+
+
+class Start:
+    """A row's first run, done whole: the states before and after it. After
+    a kavdata command, running it again changes nothing."""
+
+    def __init__(self, programs, device, row):
+        self.row, self.tree, self.run = row, device + row.tree, row.runs[0]
+        self.program = programs[self.run.argv[0]]
+        self.kavdata = self.run.argv[0] == "kavdata"
+        with Image(self.tree) as image:
+            self.before = image.state()
+            _, _, _, log = traced(image, self.program, self.run, row.umask, [])
+            self.faults = program_calls(log, self.run.argv[0])
+            self.after = image.state()
+            image.run(self.program, self.run.argv[1:], umask=row.umask)
+            self.settled = not self.kavdata or image.state() == self.after
+
+    def known(self, state):
+        """The state that a run from `state` leaves, when one was seen: the
+        programs are deterministic, and the lock file's mere presence changes
+        nothing."""
+        unlocked = {path: held for path, held in state.items() if path != LOCK}
+        if unlocked == {path: held for path, held in self.before.items() if path != LOCK}:
+            return self.after
+        return self.after if self.kavdata and state == self.after else None
+
+    def kept(self, state, problems):
+        """The data sets that the links named before must stay whole; tz_latest
+        may name the one it named before or, after a stage, its new one."""
+        for link in (ZONEINFO, ICUTZ, LATEST):
+            was, now = data_set(self.before, link), data_set(state, link)
+            if was is not None and now not in (was, data_set(self.after, link)):
+                problems.append(f"the data set that {link} named is no longer whole")
+
+    def ended(self, action, status, out, err):
+        """What is wrong with how a faulted run ended."""
+        if not action.startswith("error") or status == 0:
+            return []
+        if status == 1 and err and (err[-1].startswith(b"kavdata: ") if self.kavdata else
+                                    EXITING.match(err[-1])):
+            return []
+        return [f"ended with status {status}, out {out!r}, err {err}"]
+
+
+def check(start, call, n, action):
     """The problems of one run faulted or killed at the nth `call`, and of
-    the start after it."""
-    problems = []
-    with Image(tree) as image:
-        status, out, err, log = traced(image, program, row,
+    the run after it. A kavdata command run again must leave exactly what an
+    uninterrupted run leaves, so that the next start of kavsetup does too."""
+    problems, umask = [], start.row.umask
+    with Image(start.tree) as image:
+        status, out, err, log = traced(image, start.program, start.run, umask,
                                        ["-e", f"inject={call}:{action}:when={n}"])
-        landed = log.split(PROGRAM_START)[-1]
-        if "(INJECTED)" not in landed and "killed by SIGKILL" not in landed:
+        if "(INJECTED)" not in log and "killed by SIGKILL" not in log:
             problems.append("nothing injected in the program")
-        elif action.startswith("error") and (out or status not in (0, 1) or status == 1
-                                             and not EXITING.match(err[-1])):
-            problems.append(f"ended with status {status}, out {out!r}, err {err}")
+        problems += start.ended(action, status, out, err)
         interrupted = image.state()
-        status, out, _ = image.run(program, umask=row.umask)
-        if status or out:
-            problems.append(f"the next start ended with status {status}, out {out!r}")
-        final = image.state()
-        problems += [f"{path} is {final.get(path)}, not {expected.get(path)}"
-                     for path in set(final) | set(expected)
-                     if final.get(path) != expected.get(path) and not
-                     allowed(path, final, expected, interrupted, old_record)]
+        if start.kavdata:
+            start.kept(interrupted, problems)
+            if status == 1 and start.run.argv[1] == "stage":
+                problems += [f"{path} is left behind" for path in interrupted
+                             if LEFTOVER.match(path)]
+        final = start.known(interrupted)
+        if final is None:
+            status, out, _ = image.run(start.program, start.run.argv[1:], umask=umask)
+            if status:
+                problems.append(f"run again, it ended with status {status}")
+            final = image.state()
+        problems += [f"{path} is {final.get(path)}, not {start.after.get(path)}"
+                     for path in set(final) | set(start.after)
+                     if final.get(path) != start.after.get(path) and (start.kavdata or not
+                     allowed(path, final, start.after, interrupted, start.before.get(RECORD)))]
     return [f"{call} #{n} {action}: {problem}" for problem in problems]
 
 
-def main(program, rows_path):
+def main(kavsetup, kavdata, rows_path):
     device, rows = read_rows(rows_path)
-    failures, tried = [], 0
-    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+    programs = {"kavsetup": kavsetup, "kavdata": kavdata}
+    failures, tried = [], {}
+    with concurrent.futures.ThreadPoolExecutor(2 * os.cpu_count()) as pool:
         for row in (r for r in rows if r.name.startswith(STARTS)):
-            with Image(device + row.tree) as image:
-                old_record = image.state().get(RECORD)
-                status, _, _, log = traced(image, program, row, [])
-                expected = image.state()
-            calls = program_calls(log)
-            tried += len(calls)
-            jobs = [pool.submit(check, program, device + row.tree, row, expected, old_record,
-                                *c, action)
-                    for c in calls for action in (f"error={ERROR[c[0]]}", "signal=SIGKILL")]
+            start = Start(programs, device, row)
+            if not start.settled:
+                failures.append(f"{row.name}: run again after a whole run, it changed the files")
+            name = " ".join(start.run.argv[:2])
+            kills = sum(action == "signal=SIGKILL" for *_, action in start.faults)
+            failed, killed = tried.get(name, (0, 0))
+            tried[name] = failed + len(start.faults) - kills, killed + kills
+            jobs = [pool.submit(check, start, *fault) for fault in start.faults]
             failures += [f"{row.name}: {p}" for job in jobs for p in job.result()]
     print(*[f"FAIL {failure}" for failure in failures], sep="\n")
-    print(f"{tried} calls of {len(STARTS)} starts each failed once and killed once; "
-          f"{len(failures)} problems")
-    return 1 if failures or tried == 0 else 0
+    print("calls failed, and killed: " + ", ".join(
+        f"{name} {failed} and {killed}" for name, (failed, killed) in tried.items()) +
+          f"; {len(failures)} problems")
+    return 1 if failures or len(tried) < 3 else 0
 
 
 if __name__ == "__main__":

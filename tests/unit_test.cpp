@@ -1,11 +1,14 @@
 // Tables run in-process where they are much shorter than whole-program rows:
-// version parsing and ordering, and the root a zoneinfo link names.
+// version parsing and ordering, the regular expressions' traits, and the root
+// a zoneinfo link names.
 #include <algorithm>
+#include <cstring>
 #include <gtest/gtest.h>
 #include <stdexcept>
 #include <string>
 
 #include "dataset/dataset_links.h"
+#include "version/kav_regex_traits.h"
 #include "version/kav_version.h"
 
 namespace kav {
@@ -72,6 +75,26 @@ TEST(KavVersion, OrdersByYearLettersMajorMinor) {
     EXPECT_TRUE(a == kav_version(greater) && !(a > kav_version(greater))) << greater;
   }
   EXPECT_TRUE(kav_version("2014f.01") == kav_version("2014f.1"));
+}
+
+// What compiling a bracket expression asks of every byte, its primary sort key
+// and whether it is in the empty set of classes (named "") or in a named one,
+// is answered as the standard traits answer it in the "C" locale.
+TEST(KavRegexTraits, AnswerAsTheStandardTraitsInTheCLocale) {
+  std::regex_traits<char> standard;
+  standard.imbue(std::locale::classic());
+  const kav_regex_traits traits;
+  std::string bytes;
+  for (int b = 0; b < 256; ++b) bytes += static_cast<char>(b);
+  EXPECT_EQ(traits.transform_primary(bytes.begin(), bytes.end()),
+            standard.transform_primary(bytes.begin(), bytes.end()));
+  for (const char& c : bytes) {
+    EXPECT_EQ(traits.transform_primary(&c, &c + 1), standard.transform_primary(&c, &c + 1)) << +c;
+    for (const char* name : {"", "w", "alpha"}) {
+      const auto classes = standard.lookup_classname(name, name + std::strlen(name));
+      EXPECT_EQ(traits.isctype(c, classes), standard.isctype(c, classes)) << name << " " << +c;
+    }
+  }
 }
 
 TEST(RootFromZoneinfoLink, UpdateDirectoriesTheSystemDirectoryOrBad) {

@@ -1,7 +1,8 @@
 #include "components/icu_data_file.h"
 
-#include <regex>
 #include <sys/stat.h>
+
+#include "version/kav_regex_traits.h"
 
 namespace kav {
 namespace {
@@ -27,9 +28,9 @@ bool may_be_icu_data_file(const FTSENT& entry) {
 std::string icu_format_of_file_name(std::string_view name) {
   // Compiled once per process: compiling costs far more than matching. The
   // breadth-first engine's stack depth does not grow with the name's length.
-  static const std::regex data_file_name(
+  static const kav_regex data_file_name(
       R"(icutz([0-9]+[lbe])\.dat)",
-      std::regex::ECMAScript | std::regex_constants::__polynomial);
+      kav_regex::ECMAScript | std::regex_constants::__polynomial);
   std::match_results<std::string_view::const_iterator> tag;
   if (!may_be_data_file_name(name) ||
       !std::regex_match(name.begin(), name.end(), tag, data_file_name))

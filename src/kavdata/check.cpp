@@ -216,7 +216,7 @@ class kav_checker {
 
   // What the next start would do if tz_latest named the data set.
   void check_next_start(bool icu_explained) {
-    kav_device device = read_device();
+    kav_device device = read_device(false);
     device.latest = {paths::update_parent + check_.version_string, 0};
     device.download = build_data_set(check_.directory, check_.version_string);
     const kav_next_start next = predict_next_start(device);

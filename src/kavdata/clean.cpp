@@ -46,9 +46,7 @@ std::string named_by(const char* path, bool may_be_absent) {
 }
 
 std::uint64_t remove_and_tell(const std::string& name, const std::string& path) {
-  int error = 0;
-  const std::uint64_t size = tree_size(path, error);
-  remove_tree(path);
+  const std::uint64_t size = remove_tree(path);
   std::printf("deleted %s (%s)\n", escaped(name).c_str(), size_words(size).c_str());
   return size;
 }

@@ -11,6 +11,7 @@
 #include <sys/statvfs.h>
 #include <unistd.h>
 
+#include "components/kav_icu.h"
 #include "components/kav_zoneinfo.h"
 #include "dataset/dataset_links.h"
 #include "dataset/update_root.h"
@@ -56,10 +57,13 @@ bool empty_directory(const std::string& path, int& error) {
     error = errno;
     return false;
   }
+  errno = 0;
   while (const dirent* entry = ::readdir(directory.get()))
     if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0)
       return false;
-  return true;
+  // A listing that fails part-way proves nothing empty.
+  error = errno;
+  return error == 0;
 }
 
 std::string file_content(const std::string& path, int& error) {
@@ -139,27 +143,35 @@ kav_entry examine(const std::string& path, bool with_content) {
   return entry;
 }
 
+// Why what declares the ICU format, or the system's version, gave nothing:
+// looked into only then.
+void find_read_errors(kav_built& built) {
+  if (!built.dataset) return;
+  const bool system = built.dataset->root().empty();
+  if (built.dataset->icu().format().empty())
+    built.format_error = system ? read_error(paths::system_icu + std::string("/icutzformat.txt"))
+                                : directory_error(built.dataset->icu().directory());
+  if (system && built.dataset->zoneinfo().version_text().empty())
+    built.version_error = read_error(paths::system_zoneinfo + std::string("/+VERSION"));
+}
+
 kav_built build_data_set(const std::string& root) {
   kav_built built = build([&] { return root.empty() ? kav_dataset() : kav_dataset(root); });
-  if (root.empty()) {
-    built.version_error = read_error(paths::system_zoneinfo + std::string("/+VERSION"));
-    built.format_error = read_error(paths::system_icu + std::string("/icutzformat.txt"));
-  } else {
-    built.format_error = directory_error(root + "/icutz");
-  }
+  find_read_errors(built);
   return built;
 }
 
 kav_built build_data_set(const std::string& root, const std::string& version_string) {
   kav_built built = build([&] { return kav_dataset(root, version_string); });
-  built.format_error = directory_error(root + "/icutz");
+  find_read_errors(built);
   return built;
 }
 
-kav_device read_device() {
+kav_device read_device(bool with_download) {
   kav_device device;
   device.system = build_data_set({});
-  device.system_version = kav_zoneinfo().version_text() + ".1.0";
+  device.system_version = device.system.dataset ? device.system.dataset->version_string()
+                                                : kav_zoneinfo().version_text() + ".1.0";
   device.latest = read_link(paths::latest_link);
   device.current_link = read_link(paths::zoneinfo_link);
   if (device.current_link.error == 0) {
@@ -170,7 +182,7 @@ kav_device read_device() {
     }
   }
   device.current = build_data_set(device.current_root);
-  if (device.latest.error == 0 && !device.latest.content.empty())
+  if (with_download && device.latest.error == 0 && !device.latest.content.empty())
     device.download = build_data_set(device.latest.content);
   device.localtime_link = read_link(paths::localtime_link);
   device.zoneinfo = examine(paths::zoneinfo_link);

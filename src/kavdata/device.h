@@ -36,8 +36,10 @@ struct kav_link_read {
 struct kav_built {
   std::optional<kav_dataset> dataset;
   std::string failure;   // in words, when it cannot be built
-  int version_error = 0; // errno of reading the system's "+VERSION"
-  int format_error = 0;  // errno of reading what declares the ICU format
+  // Why the system's "+VERSION", or what declares the ICU format, gave
+  // nothing: the errno of reading it, 0 when it was read.
+  int version_error = 0;
+  int format_error = 0;
 };
 
 // Builds the system's data set (empty root), the download at `root`, or the
@@ -66,9 +68,10 @@ std::string link_content(const std::string& path);
 // The errno of reading the file at `path`; 0 when it can be read.
 int read_error(const std::string& path);
 
-// Reads the device. The boot program's code warns as it reads; the caller
-// mutes that (kav_muted_warnings).
-kav_device read_device();
+// Reads the device; the data set tz_latest names only `with_download`. The
+// boot program's code warns as it reads; the caller mutes that
+// (kav_muted_warnings).
+kav_device read_device(bool with_download = true);
 
 // The directory directly under /var/db/timezone/tz/ that `target` leads
 // into, such as 2015a.1.0 for /var/db/timezone/tz/2015a.1.0/icutz; empty

@@ -5,7 +5,7 @@
 namespace kav {
 
 void fail(const std::string& what, int error) {
-  throw kav_failure(what + ": " + std::strerror(error));
+  throw kav_failure(what + ": " + std::strerror(error), error);
 }
 
 }  // namespace kav

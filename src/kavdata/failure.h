@@ -5,10 +5,16 @@
 
 namespace kav {
 
-// Why a command that writes cannot go on, in one line.
+// Why a command that writes cannot go on, in one line, with the errno that
+// stopped it where there is one.
 class kav_failure : public std::runtime_error {
  public:
-  using std::runtime_error::runtime_error;
+  explicit kav_failure(const std::string& what, int error = 0)
+      : std::runtime_error(what), error_(error) {}
+  int error() const { return error_; }
+
+ private:
+  int error_;
 };
 
 // Throws a kav_failure: `what`, then ": " and the text of `error`.

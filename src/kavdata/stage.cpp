@@ -82,9 +82,13 @@ void put_in_place(kav_staging_copy& copy, const std::string& root, bool replacin
 
 // Makes tz_latest name `root`: a new link under another name, renamed over.
 void point_latest_at(const std::string& root) {
-  if (::symlink(root.c_str(), staging::next_latest) != 0 ||
-      ::rename(staging::next_latest, paths::latest_link) != 0)
-    fail(std::string("cannot write ") + paths::latest_link, errno);
+  if (::symlink(root.c_str(), staging::next_latest) != 0)
+    fail(std::string("cannot write ") + staging::next_latest, errno);
+  if (::rename(staging::next_latest, paths::latest_link) != 0) {
+    const int error = errno;
+    ::unlink(staging::next_latest);
+    fail(std::string("cannot write ") + paths::latest_link, error);
+  }
   sync_directory(paths::timezone_dir);
 }
 
@@ -113,19 +117,22 @@ void stage(const std::string& directory, const std::string& as) {
   }
   // The copy is judged, not the source: its files are readable by everyone.
   std::optional<kav_staging_copy> copy;
+  std::uint64_t size = 0;
   if (!staged) {
     if (existing.type != kav_entry::absent) refuse_if_used(name);
     copy.emplace(name);
-    copy_staged(layout.directory, copy->path());
+    size = copy_staged(layout.directory, copy->path());
   }
   const kav_check verdict = check_data_set(copy ? copy->path() : root, name);
   if (!verdict.reasons.empty()) refuse(verdict);
   if (copy) put_in_place(*copy, root, existing.type != kav_entry::absent);
   point_latest_at(root);
-  int error = 0;
-  std::printf("%s %s (%s); tz_latest names it now\n",
-              staged ? "already staged:" : existing.type == kav_entry::absent ? "staged" : "replaced",
-              escaped(root).c_str(), size_words(tree_size(root, error)).c_str());
+  if (staged)
+    std::printf("already staged: %s; tz_latest names it now\n", escaped(root).c_str());
+  else
+    std::printf("%s %s (%s); tz_latest names it now\n",
+                existing.type == kav_entry::absent ? "staged" : "replaced", escaped(root).c_str(),
+                size_words(size).c_str());
 }
 
 }  // namespace

@@ -120,9 +120,10 @@ std::uint64_t tree_size(const std::string& path, int& error) {
   return size;
 }
 
-void copy_staged(const std::string& source, const std::string& target) {
+std::uint64_t copy_staged(const std::string& source, const std::string& target) {
   const walk_handle walk = open_walk(source, FTS_PHYSICAL | FTS_NOCHDIR, by_name);
   if (!walk) fail("cannot read " + source, errno);
+  std::uint64_t size = 0;
   while (const FTSENT* entry = fts_read(walk.get())) {
     const std::string copy = target + below(*entry, source);
     switch (entry->fts_info) {
@@ -132,7 +133,10 @@ void copy_staged(const std::string& source, const std::string& target) {
           fail("cannot write " + copy, errno);
         break;
       case FTS_DP: settle_directory(copy); break;
-      case FTS_F: copy_file(entry->fts_path, copy); break;
+      case FTS_F:
+        copy_file(entry->fts_path, copy);
+        size += static_cast<std::uint64_t>(entry->fts_statp->st_size);
+        break;
       case FTS_SL:
       case FTS_SLNONE: copy_link(entry->fts_path, copy); break;
       case FTS_DNR:
@@ -143,6 +147,9 @@ void copy_staged(const std::string& source, const std::string& target) {
     }
   }
   if (errno != 0) fail("cannot read " + source, errno);
+  if (!same_staged(source, target))
+    throw kav_failure("cannot read " + source + " whole: the copy differs from it");
+  return size;
 }
 
 bool same_staged(const std::string& source, const std::string& staged) {
@@ -160,10 +167,12 @@ bool same_staged(const std::string& source, const std::string& staged) {
   }
 }
 
-void remove_tree(const std::string& path) {
+std::uint64_t remove_tree(const std::string& path) {
   const walk_handle walk = open_walk(path, FTS_PHYSICAL | FTS_NOCHDIR);
   if (!walk) fail("cannot delete " + path, errno);
+  std::uint64_t size = 0;
   while (const FTSENT* entry = fts_read(walk.get())) {
+    if (entry->fts_info == FTS_F) size += static_cast<std::uint64_t>(entry->fts_statp->st_size);
     switch (entry->fts_info) {
       case FTS_D: break;
       case FTS_DNR:
@@ -177,6 +186,7 @@ void remove_tree(const std::string& path) {
     }
   }
   if (errno != 0) fail("cannot delete " + path, errno);
+  return size;
 }
 
 std::vector<std::string> directory_names(const std::string& path) {

@@ -1,9 +1,10 @@
 #include "version/kav_version.h"
 
 #include <err.h>
-#include <regex>
 #include <stdexcept>
 #include <tuple>
+
+#include "version/kav_regex_traits.h"
 
 namespace kav {
 namespace {
@@ -22,9 +23,9 @@ void kav_version::parse(const std::string& text) {
     // breadth-first engine uses a stack of fixed depth, whatever the length of
     // the text: the default one recurses once per byte, and a long word in a
     // version file would overflow the stack.
-    static const std::regex pattern(
+    static const kav_regex pattern(
         R"(([0-9]+)([a-z]+)(?:\.([0-9]+))?(?:\.([0-9]+))?)",
-        std::regex::ECMAScript | std::regex_constants::__polynomial);
+        kav_regex::ECMAScript | std::regex_constants::__polynomial);
     std::smatch results;
     if (!std::regex_match(text, results, pattern) || results.size() != 5) {
       warn("Cannot parse version string %s, results.size() = %d", text.c_str(),
