@@ -4,10 +4,13 @@ rows, and kills them at every call that changes the file system, and checks
 what follows: faults.py KAVSETUP KAVDATA ROWS. KAVSETUP and KAVDATA are
 static builds. README.md ("Tests") says what it proves."""
 import concurrent.futures
+import fcntl
 import os
 import re
+import subprocess
 import sys
 import tempfile
+import time
 
 from rows import Image, image_builder, read_rows
 
@@ -132,8 +135,8 @@ def check(start, call, n, action):
     uninterrupted run leaves, so that the next start of kavsetup does too."""
     problems, umask = [], start.row.umask
     with Image(start.tree) as image:
-        status, out, err, log = traced(image, start.program, start.run, umask,
-                                       ["-e", f"inject={call}:{action}:when={n}"])
+        status, out, err, log = traced(image, start.program, start.run, umask, [
+            "-e", f"trace={call}", "-e", f"inject={call}:{action}:when={n}"])
         if "(INJECTED)" not in log and "killed by SIGKILL" not in log:
             problems.append("nothing injected in the program")
         problems += start.ended(action, status, out, err)
@@ -156,6 +159,36 @@ def check(start, call, n, action):
     return [f"{call} #{n} {action}: {problem}" for problem in problems]
 
 
+def serialized(kavdata, device, rows):
+    """A clean started while a stage holds the lock waits, says who holds
+    it, and ends as a clean after that stage does."""
+    row = next(r for r in rows if r.name.startswith(STARTS[3]))
+    stage = row.runs[0].argv[1:]
+    with Image(device + row.tree) as image:
+        image.run(kavdata, stage)
+        image.run(kavdata, ["clean"])
+        wanted = image.state()
+    with Image(device + row.tree) as image:
+        slow = subprocess.Popen(image.command(kavdata, stage, ["strace", "-o", "/dev/null", "-e",
+                                                               "inject=rename:delay_enter=1s"]),
+                                stdout=subprocess.DEVNULL)
+        for _ in range(100):  # until the stage holds the lock
+            time.sleep(0.1)
+            if os.path.exists(image.root + LOCK):
+                with open(image.root + LOCK) as lock:
+                    try:
+                        fcntl.flock(lock, fcntl.LOCK_SH | fcntl.LOCK_NB)
+                    except BlockingIOError:
+                        break
+        status, _, err = image.run(kavdata, ["clean"])
+        slow.wait(60)
+        said = err and re.fullmatch(rb"kavdata: waiting for process \d+ \(/usr/sbin/kavdata stage "
+                                    rb"[^)]*\), which holds " + LOCK.encode(), err[0])
+        if status or slow.returncode or not said or image.state() != wanted:
+            return [f"a clean beside a stage: status {status}, {slow.returncode}, said {err}"]
+    return []
+
+
 def main(kavsetup, kavdata, rows_path):
     device, rows = read_rows(rows_path)
     programs = {"kavsetup": kavsetup, "kavdata": kavdata}
@@ -171,6 +204,7 @@ def main(kavsetup, kavdata, rows_path):
             tried[name] = failed + len(start.faults) - kills, killed + kills
             jobs = [pool.submit(check, start, *fault) for fault in start.faults]
             failures += [f"{row.name}: {p}" for job in jobs for p in job.result()]
+    failures += serialized(kavdata, device, rows)
     print(*[f"FAIL {failure}" for failure in failures], sep="\n")
     print("calls failed, and killed: " + ", ".join(
         f"{name} {failed} and {killed}" for name, (failed, killed) in tried.items()) +

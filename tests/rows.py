@@ -84,12 +84,16 @@ class Image:
         self.root = tempfile.mkdtemp(prefix="kavsetup-image-")
         image_builder.build(self.root, lines)
 
+    def command(self, program, arguments=(), wrapper=(), user=False):
+        """The command line that runs PROGRAM in the image."""
+        options = ["--wrap", " ".join(wrapper)] if wrapper else []
+        return [TOOLS + "/run-in-root", *options, *["--user"][:user], self.root, program,
+                *arguments]
+
     def run(self, program, arguments=(), wrapper=(), umask=0o22, user=False):
         """Runs PROGRAM in the image, as root or as the user nobody; returns
         (status, stdout lines, stderr lines)."""
-        options = ["--wrap", " ".join(wrapper)] if wrapper else []
-        done = subprocess.run([TOOLS + "/run-in-root", *options, *["--user"][:user], self.root,
-                               program, *arguments],
+        done = subprocess.run(self.command(program, arguments, wrapper, user),
                               capture_output=True, umask=umask, timeout=60)
         err = done.stderr.splitlines()
         if done.returncode == 125 and err and err[-1].startswith(b"run-in-root: "):

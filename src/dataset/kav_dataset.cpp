@@ -61,7 +61,7 @@ void kav_dataset::install_links() const {
   for (const auto& component : components_) component->install_link();
 }
 
-// Built only by create_components, which puts them in this order.
+// Both constructors put them in this order, zoneinfo first.
 const kav_zoneinfo& kav_dataset::zoneinfo() const {
   return static_cast<const kav_zoneinfo&>(*components_[0]);
 }

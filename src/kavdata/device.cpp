@@ -170,8 +170,6 @@ kav_built build_data_set(const std::string& root, const std::string& version_str
 kav_device read_device(bool with_download) {
   kav_device device;
   device.system = build_data_set({});
-  device.system_version = device.system.dataset ? device.system.dataset->version_string()
-                                                : kav_zoneinfo().version_text() + ".1.0";
   device.latest = read_link(paths::latest_link);
   device.current_link = read_link(paths::zoneinfo_link);
   if (device.current_link.error == 0) {

@@ -49,7 +49,6 @@ kav_built build_data_set(const std::string& root, const std::string& version_str
 
 struct kav_device {
   kav_built system;
-  std::string system_version;  // the system's version string, even if unbuilt
   kav_link_read latest;        // tz_latest
   kav_link_read current_link;  // the zoneinfo link
   bool current_link_usable = false;  // it names the system's data or a root

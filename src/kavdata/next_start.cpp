@@ -46,12 +46,13 @@ class kav_played_start {
       select();
     } catch (const start_failure& failure) {
       next_.steps.push_back(failure.why);
+      const bool tried = next_.resets;
       try {
         reset();
       } catch (const start_failure& again) {
-        next_.steps.push_back("cannot reset to the system's data (" + again.why +
-                              "): exits 1 and leaves the local time link alone");
+        next_.steps.push_back(again.why + (tried ? ", on a second try too" : ""));
         next_.exit_status = 1;
+        next_.localtime_steps.push_back("does not come to it: it exits 1 before");
         return next_;
       }
     }
@@ -129,15 +130,20 @@ class kav_played_start {
   // Points the links at the system's data; throws where the start throws.
   void reset() {
     next_.resets = true;
-    if (!device_.system.dataset) throw start_failure{"the system's data set cannot be read"};
-    install(*device_.system.dataset);
+    const std::string cannot = "cannot reset the links to the system's data: ";
+    if (!device_.system.dataset) throw start_failure{cannot + "the system's data set cannot be used"};
+    try {
+      install(*device_.system.dataset);
+    } catch (const start_failure& failure) {
+      throw start_failure{cannot + failure.why};
+    }
     next_.steps.push_back("resets the links to the system's data");
   }
 
   void select() {
     const kav_device& device = device_;
     if (!device.system.dataset)
-      throw start_failure{"the system's data set cannot be read: " + device.system.failure};
+      throw start_failure{"the system's data set cannot be used: " + device.system.failure};
     if (device.latest.error != 0)
       throw start_failure{"tz_latest cannot be read: " + error_words(device.latest.error)};
     if (!device.current_link_usable) {
@@ -146,7 +152,7 @@ class kav_played_start {
     }
     if (!device.current.dataset)
       throw start_failure{"the data set in use, " + escaped(data_set_name(device.current_root)) +
-                          ", cannot be read: " + device.current.failure};
+                          ", cannot be used: " + device.current.failure};
     const kav_dataset& system = *device.system.dataset;
     const kav_dataset& current = *device.current.dataset;
     const kav_dataset* in_use = &current;
@@ -181,12 +187,12 @@ class kav_played_start {
     const kav_built& download = device_.download;
     if (!download.dataset) {
       const std::string& latest = device_.latest.content;
-      next_.download_refusal = "it cannot be read: " + download.failure;
+      next_.download_refusal = download.failure;
       throw start_failure{data_set_name(latest).empty()
                               ? "tz_latest points outside " + std::string(paths::update_parent) +
                                     ": " + escaped(latest)
                               : "tz_latest names " + escaped(data_set_name(latest)) +
-                                    ", which cannot be read: " + download.failure};
+                                    ", which cannot be used: " + download.failure};
     }
     const kav_dataset& update = *download.dataset;
     const char* const role = &current == &in_use ? "in use" : "which the links named";

@@ -46,7 +46,7 @@ std::string entry_words(const char* path, const kav_entry& entry) {
 // A data set's version and ICU format, then what stood in the way of reading
 // them.
 std::vector<std::string> data_set_lines(const kav_built& built, const std::string& format_source) {
-  if (!built.dataset) return {"cannot be read: " + built.failure};
+  if (!built.dataset) return {built.failure};
   const kav_dataset& data_set = *built.dataset;
   const std::string& format = data_set.icu().format();
   std::vector<std::string> lines = {shown(data_set.version_string()) + ", ICU format " +
@@ -154,9 +154,11 @@ void print_status(const kav_report& report) {
   block("Next start", next_start_lines(report.next));
   block("Local time", localtime_lines(report));
   const kav_entry& record = device.record;
-  block("Last switch", {record.type == kav_entry::file     ? shown(record.content)
-                       : record.type == kav_entry::absent ? "none"
-                                                          : entry_words(paths::version_diff_record, record)});
+  block("Last switch",
+        {record.type == kav_entry::absent ? "none"
+         : record.type != kav_entry::file ? entry_words(paths::version_diff_record, record)
+         : record.error != 0 ? read_problem(paths::version_diff_record, record.error)
+                             : shown(record.content)});
   block("Clean-up marker", {device.marker.type == kav_entry::absent ? "none" : "present"});
   block("Data sets", data_set_dir_lines(report));
 }
