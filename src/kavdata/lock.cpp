@@ -9,7 +9,6 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
-
 #include <unistd.h>
 
 #include "fs/paths.h"
