@@ -105,6 +105,18 @@ kav_built build(F make) {
   return built;
 }
 
+// Why what declares the ICU format, or the system's version, gave nothing:
+// looked into only then.
+void find_read_errors(kav_built& built) {
+  if (!built.dataset) return;
+  const bool system = built.dataset->root().empty();
+  if (built.dataset->icu().format().empty())
+    built.format_error = system ? read_error(paths::system_icu + std::string("/icutzformat.txt"))
+                                : directory_error(built.dataset->icu().directory());
+  if (system && built.dataset->zoneinfo().version_text().empty())
+    built.version_error = read_error(paths::system_zoneinfo + std::string("/+VERSION"));
+}
+
 }  // namespace
 
 // Link contents are at most 4095 bytes.
@@ -141,18 +153,6 @@ kav_entry examine(const std::string& path, bool with_content) {
     entry.type = kav_entry::other;
   }
   return entry;
-}
-
-// Why what declares the ICU format, or the system's version, gave nothing:
-// looked into only then.
-void find_read_errors(kav_built& built) {
-  if (!built.dataset) return;
-  const bool system = built.dataset->root().empty();
-  if (built.dataset->icu().format().empty())
-    built.format_error = system ? read_error(paths::system_icu + std::string("/icutzformat.txt"))
-                                : directory_error(built.dataset->icu().directory());
-  if (system && built.dataset->zoneinfo().version_text().empty())
-    built.version_error = read_error(paths::system_zoneinfo + std::string("/+VERSION"));
 }
 
 kav_built build_data_set(const std::string& root) {

@@ -56,10 +56,7 @@ void print_properties(const kav_report& report) {
   property("LocalZoneExists", yes_no(next.local_zone_exists));
   property("Obstacle", next.obstacle);
   for (const kav_data_set_dir& dir : report.data_sets) {
-    std::string roles;
-    for (const std::string& role : dir.roles) roles += (roles.empty() ? "" : ",") + role;
-    if (roles.empty()) roles = dir.directory ? "out-of-use" : "not-a-directory";
-    property("DataSet", roles + " " + std::to_string(dir.size) + " " + dir.name);
+    property("DataSet", roles_text(dir, false) + " " + std::to_string(dir.size) + " " + dir.name);
   }
 }
 

@@ -128,17 +128,11 @@ std::vector<std::string> data_set_dir_lines(const kav_report& report) {
   if (report.data_sets.empty()) return {"none"};
   std::vector<std::string> lines;
   for (const kav_data_set_dir& dir : report.data_sets) {
-    std::string roles;
-    for (const std::string& role : dir.roles)
-      roles += std::string(roles.empty() ? "" : ", ") +
-               (role == "in-use" ? "in use" : role == "icu" ? "named by /var/db/icutz"
-                                                            : "named by tz_latest");
-    if (roles.empty()) roles = dir.directory ? "out of use" : "not a directory";
     std::string size = dir.directory ? size_words(dir.size) : "";
     if (dir.error != 0) size = "at least " + size + " (" + error_words(dir.error) + ")";
     char line[512];
     std::snprintf(line, sizeof line, "%-14s %9s  %s", shown(dir.name).c_str(), size.c_str(),
-                  roles.c_str());
+                  roles_text(dir, true).c_str());
     lines.push_back(line);
   }
   return lines;
