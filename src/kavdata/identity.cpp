@@ -24,8 +24,8 @@ bool set_fs_identity(uid_t uid, gid_t gid) {
 }  // namespace
 
 kav_provider::kav_provider(const struct stat& top, const char* what)
-    : uid_(top.st_uid), gid_(top.st_gid), ours_(top.st_uid == ::geteuid()) {
-  if (ours_) return;
+    : uid_(top.st_uid), gid_(top.st_gid), as_self_(top.st_uid == ::geteuid() || ::geteuid() != 0) {
+  if (as_self_) return;
   const int count = ::getgroups(0, nullptr);
   groups_.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
   if (count < 0 || ::getgroups(count, groups_.data()) != count || ::setgroups(0, nullptr) != 0)
@@ -37,15 +37,15 @@ kav_provider::kav_provider(const struct stat& top, const char* what)
 }
 
 kav_provider::~kav_provider() {
-  if (!ours_) ::setgroups(groups_.size(), groups_.data());
+  if (!as_self_) ::setgroups(groups_.size(), groups_.data());
 }
 
 void kav_provider::become() const {
-  if (!ours_) set_fs_identity(uid_, gid_);
+  if (!as_self_) set_fs_identity(uid_, gid_);
 }
 
 void kav_provider::return_to_self() const {
-  if (!ours_) set_fs_identity(::geteuid(), ::getegid());
+  if (!as_self_) set_fs_identity(::geteuid(), ::getegid());
 }
 
 int kav_provider::open_at(int directory, const char* name, int flags) const {

@@ -11,9 +11,9 @@ namespace kav {
 // link, hard link or swapped directory can show root's files through it.
 class kav_provider {
  public:
-  // The owner of what `top` describes. When it is this process's own user,
-  // reading changes nothing; otherwise the supplementary groups are dropped
-  // for as long as this lives. Throws kav_failure, naming `what`, when the
+  // The owner of what `top` describes. Only root changes identity: for root
+  // reading another user's top, the supplementary groups are dropped for as
+  // long as this lives; anyone else reads as itself. Throws kav_failure, naming `what`, when the
   // provider's identity cannot be taken (no CAP_SETUID, an unmapped user).
   kav_provider(const struct stat& top, const char* what);
   kav_provider(const kav_provider&) = delete;
@@ -22,8 +22,8 @@ class kav_provider {
 
   // openat(2) with the provider's file-system identity.
   int open_at(int directory, const char* name, int flags) const;
-  // Whether the provider is this process's own user, who reads as itself.
-  bool ours() const { return ours_; }
+  // Whether reads are this process's own: not root, or root's own top.
+  bool as_self() const { return as_self_; }
   uid_t uid() const { return uid_; }
 
   // While it lives, every file-system call of this thread is checked as the
@@ -45,7 +45,7 @@ class kav_provider {
 
   uid_t uid_;
   gid_t gid_;
-  bool ours_;
+  bool as_self_;
   std::vector<gid_t> groups_;  // ours, given back at the end
 };
 
