@@ -143,6 +143,8 @@ def check(start, call, n, action):
         if "(INJECTED)" not in log and "killed by SIGKILL" not in log:
             problems.append("nothing injected in the program")
         problems += start.ended(action, status, out, err)
+        if (call, action) == ("renameat2", "error=EINVAL") and status != 0:
+            problems.append("a file system that cannot swap two names made it fail")
         interrupted = image.state()
         if start.kavdata:
             start.kept(interrupted, problems)

@@ -38,9 +38,14 @@ class kav_staging_copy {
     std::string path = paths::update_parent + (staging::copy_prefix + hint) + "-XXXXXX";
     if (::mkdtemp(path.data()) == nullptr) fail("cannot write " + escaped(path), errno);
     name_ = path.substr(std::string_view(paths::update_parent).size());
-    fd_ = unique_fd(open_directory_at(places.updates.get(), name_.c_str()));
+  }
+
+  // Opens the copy and makes it root's alone, as a directory that is made
+  // in a directory of another group may not be.
+  void seal() {
+    fd_ = unique_fd(open_directory_at(places_.updates.get(), name_.c_str()));
     if (!fd_.valid() || ::fchown(fd_.get(), 0, 0) != 0 || ::fchmod(fd_.get(), 0700) != 0)
-      fail("cannot write " + escaped(path), errno);
+      fail("cannot write " + escaped(path()), errno);
   }
 
   const std::string& name() const { return name_; }
@@ -143,10 +148,23 @@ void move_latest(const kav_places& places) {
     fail("cannot write " + std::string(paths::latest_link), errno);
 }
 
+// Deletes the new link that did not take tz_latest's place, and says why it
+// did not, and whether it is left behind.
+[[noreturn]] void drop_next_latest(const kav_places& places, const kav_failure& failure) {
+  if (::unlinkat(places.timezone.get(), staging::next_latest_name, 0) == 0 || errno == ENOENT)
+    throw failure;
+  throw kav_failure(failure.what() + std::string("; left ") + staging::next_latest +
+                    " behind: " + error_words(errno));
+}
+
 // Points tz_latest at `root`, durably.
 void point_latest_at(const kav_places& places, const std::string& root) {
   make_next_latest(places, root);
-  move_latest(places);
+  try {
+    move_latest(places);
+  } catch (const kav_failure& failure) {
+    drop_next_latest(places, failure);
+  }
   sync_directory(places.timezone.get(), paths::timezone_dir);
 }
 
@@ -207,9 +225,10 @@ std::string done_line(const char* what, const std::string& root, std::uint64_t b
 }
 
 // Judges the copy and puts it in place as `name`, unless the very same data
-// set is there, and points tz_latest at it, durably: the copy before its rename, the rename before tz_latest moves,
-// tz_latest before the end. Until tz_latest moves, a failure takes back all
-// that was done; after it, the job is done and the failure says so.
+// set is there, and points tz_latest at it, durably: the copy before its
+// rename, the rename before tz_latest moves, tz_latest before the end. Until
+// tz_latest moves, a failure takes back all that was done; after it, the job
+// is done and the failure says so.
 void install(const kav_places& places, kav_staging_copy& copy, const std::string& name,
              std::uint64_t bytes) {
   const int updates = places.updates.get();
@@ -248,10 +267,7 @@ void install(const kav_places& places, kav_staging_copy& copy, const std::string
       throw kav_failure(failure.what() + placement.undo());
     }
   } catch (const kav_failure& failure) {
-    if (::unlinkat(places.timezone.get(), staging::next_latest_name, 0) == 0 || errno == ENOENT)
-      throw;
-    throw kav_failure(failure.what() + std::string("; left ") + staging::next_latest +
-                      " behind: " + error_words(errno));
+    drop_next_latest(places, failure);
   }
   try {
     sync_directory(places.timezone.get(), paths::timezone_dir);
@@ -273,6 +289,7 @@ void stage(const kav_places& places, const std::string& directory, const std::st
   const kav_provider provider(source.status, escaped(directory).c_str());
   check_top(provider, source);
   copy.emplace(places, source.name);
+  copy->seal();
   kav_copy_limits limits;
   limits.free_space = usable_space(places.updates.get());
   const std::uint64_t bytes =
