@@ -105,6 +105,8 @@ class kav_checker {
   }
 
   kav_check run(bool layout_only) {
+    // Root reads nothing of a tree that another user can change under it.
+    if (roots_ && shared_directory()) return std::move(check_);
     const bool named = check_name();
     const bool zoneinfo = has_directory("zoneinfo");
     const bool icutz = has_directory("icutz");
@@ -160,16 +162,10 @@ class kav_checker {
     const walk_handle walk = open_walk(check_.directory, FTS_PHYSICAL | FTS_NOCHDIR, by_name);
     if (!walk) return reason("it cannot be read: " + error_words(errno));
     int not_zone_files = 0;
-    std::string shared;  // the first directory another user may change
     while (const FTSENT* entry = fts_read(walk.get())) {
       const std::string path = entry->fts_level == 0 ? "" : below_top(*entry);
       int error = 0;
       switch (entry->fts_info) {
-        case FTS_D:
-          if (roots_ && entry->fts_level > 0 && shared.empty() &&
-              not_roots_alone(*entry->fts_statp))
-            shared = escaped(path) + shared_words(*entry->fts_statp);
-          break;
         case FTS_SL:
         case FTS_SLNONE: {
           const std::string target = link_content(entry->fts_path);
@@ -200,17 +196,27 @@ class kav_checker {
     if (not_zone_files > zone_files_told)
       reason("and " + std::to_string(not_zone_files - zone_files_told) +
              " more files in zoneinfo/ do not begin with TZif");
-    if (!shared.empty()) reason(shared);
   }
 
-  static std::string shared_words(const struct stat& status) {
-    char words[128];
-    std::snprintf(words, sizeof words,
-                  " may be changed by others than root, who owns the data set "
-                  "(owner %u, group %u, mode %04o)",
-                  static_cast<unsigned>(status.st_uid), static_cast<unsigned>(status.st_gid),
-                  static_cast<unsigned>(status.st_mode & 07777));
-    return words;
+  // Whether a directory below the top may be changed by another user than
+  // root, who owns the top; then that is the one reason.
+  bool shared_directory() {
+    const walk_handle walk = open_walk(check_.directory, FTS_PHYSICAL | FTS_NOCHDIR, by_name);
+    while (const FTSENT* entry = walk ? fts_read(walk.get()) : nullptr) {
+      if (entry->fts_info != FTS_D || entry->fts_level == 0 ||
+          !not_roots_alone(*entry->fts_statp))
+        continue;
+      char words[128];
+      std::snprintf(words, sizeof words,
+                    " may be changed by others than root, who owns the data set "
+                    "(owner %u, group %u, mode %04o)",
+                    static_cast<unsigned>(entry->fts_statp->st_uid),
+                    static_cast<unsigned>(entry->fts_statp->st_gid),
+                    static_cast<unsigned>(entry->fts_statp->st_mode & 07777));
+      reason(escaped(below_top(*entry)) + words);
+      return true;
+    }
+    return false;
   }
 
   // Whether "+VERSION" can be read as a regular file and says the version's
