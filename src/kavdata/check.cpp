@@ -20,6 +20,7 @@
 #include "fs/unique_fd.h"
 #include "fs/walk.h"
 #include "kavdata/device.h"
+#include "kavdata/failure.h"
 #include "kavdata/identity.h"
 #include "kavdata/muted_warnings.h"
 #include "kavdata/next_start.h"

@@ -20,6 +20,7 @@
 #include "fs/file_ops.h"
 #include "fs/unique_fd.h"
 #include "fs/walk.h"
+#include "kavdata/failure.h"
 #include "kavdata/words.h"
 
 namespace kav {
@@ -131,6 +132,19 @@ std::string file_content(const std::string& path, int& error) {
 // The errno of reading the file at `path` as the boot program reads it; 0
 // when it can be read.
 int read_error(const std::string& path) { return read_word(path, 1, true).error; }
+
+// A file that the boot program's code, building a data set, met and would
+// hang on: not a regular file.
+class kav_unreadable_file : public kav_failure {
+ public:
+  kav_unreadable_file(const std::string& path, const std::string& problem)
+      : kav_failure(escaped(path) + " " + problem), path_(path), problem_(problem) {}
+  const std::string& path() const { return path_; }
+  const std::string& problem() const { return problem_; }
+
+ private:
+  std::string path_, problem_;
+};
 
 // While a data set is built, the components read first words with
 // read_word: through a final link as the boot program does, or not; the
@@ -254,9 +268,6 @@ kav_word_read read_word(const std::string& path, std::size_t bound, bool follow)
   }
   return read;
 }
-
-kav_unreadable_file::kav_unreadable_file(const std::string& path, const std::string& problem)
-    : kav_failure(escaped(path) + " " + problem), path_(path), problem_(problem) {}
 
 kav_entry examine(const std::string& path, bool with_content) {
   kav_entry entry;

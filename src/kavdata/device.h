@@ -5,7 +5,6 @@
 #include <string>
 
 #include "dataset/kav_dataset.h"
-#include "kavdata/failure.h"
 
 // What a start of the boot program would find on this device, read with the
 // boot program's own code and without changing anything.
@@ -51,18 +50,6 @@ struct kav_word_read {
                         // program's read may wait on, or read without end
 };
 kav_word_read read_word(const std::string& path, std::size_t bound, bool follow);
-
-// The boot program's code met a file, while kavdata built a data set, that
-// its own read would hang on: not a regular file.
-class kav_unreadable_file : public kav_failure {
- public:
-  kav_unreadable_file(const std::string& path, const std::string& problem);
-  const std::string& path() const { return path_; }
-  const std::string& problem() const { return problem_; }
-
- private:
-  std::string path_, problem_;
-};
 
 // A data set as the start builds it, or why it cannot be built.
 struct kav_built {
