@@ -138,7 +138,8 @@ def held(path):
     if not stat.S_ISREG(status.st_mode):
         return mode + (" dir" if stat.S_ISDIR(status.st_mode) else " fifo")
     with open(path, "rb") as data:
-        return f"{mode} {data.read(1 << 22)!r} of {status.st_size} bytes"
+        content = data.read(1 << 22)
+    return f"{mode} {content!r}" + (f" of {status.st_size} bytes" * (status.st_size > len(content)))
 
 
 def properties(lines):
