@@ -26,6 +26,7 @@ import concurrent.futures
 import os
 import re
 import shlex
+import stat
 import subprocess
 import sys
 import tempfile
@@ -94,8 +95,11 @@ class Image:
     def run(self, program, arguments=(), wrapper=(), umask=0o22, user=False):
         """Runs PROGRAM in the image, as root or as the user nobody; returns
         (status, stdout lines, stderr lines)."""
-        done = subprocess.run(self.command(program, arguments, wrapper, user),
-                              capture_output=True, umask=umask, timeout=60)
+        try:
+            done = subprocess.run(self.command(program, arguments, wrapper, user),
+                                  capture_output=True, umask=umask, timeout=60)
+        except subprocess.TimeoutExpired:
+            return "none: still running after 60 s", [], []
         err = done.stderr.splitlines()
         if done.returncode == 125 and err and err[-1].startswith(b"run-in-root: "):
             sys.exit(err[-1].decode())
@@ -126,14 +130,17 @@ class Image:
 
 
 def held(path):
-    """A link's target, or the mode and the content of a file or directory."""
+    """A link's target, or the mode and the content of a file or directory
+    (its size past 4 MiB)."""
     if os.path.islink(path):
         return "-> " + os.readlink(path)
-    mode = f"{os.lstat(path).st_mode & 0o7777:o}"
-    if os.path.isdir(path):
-        return mode + " dir"
+    status = os.lstat(path)
+    mode = f"{status.st_mode & 0o7777:o}"
+    if not stat.S_ISREG(status.st_mode):
+        return mode + (" dir" if stat.S_ISDIR(status.st_mode) else " fifo")
     with open(path, "rb") as data:
-        return f"{mode} {data.read()!r}"
+        content = data.read(1 << 22)
+    return f"{mode} {content!r}" + (f" of {status.st_size} bytes" * (status.st_size > len(content)))
 
 
 def properties(lines):
@@ -151,6 +158,12 @@ def differences(got, wanted):
 def outcome(status, out, err):
     return (f"status {status}, messages:\n    " + "\n    ".join(
         line.decode(errors="replace")[:300] for line in [*out, b"--", *err]))
+
+
+def unprintable(argv, out):
+    """Every line of kavdata show lies between 0x20 and 0x7e."""
+    return [f"kavdata show wrote {line[:200]!r}" for line in out
+            if argv[:2] == ["kavdata", "show"] and re.search(rb"[^\x20-\x7e]", line)]
 
 
 def run_both_ways(image, program, argv, umask, user=False):
@@ -171,6 +184,7 @@ def check(programs, device, row):
             before = image.state()
             (_, out, _), problems = run_both_ways(image, programs["kavdata"], ["kavdata", "show"],
                                                   row.umask)
+            problems += unprintable(["kavdata", "show"], out)
             predicted = properties(out)
             problems += [f"kavdata show did not write {line}" for line in row.shown
                          if line not in out]
@@ -178,7 +192,7 @@ def check(programs, device, row):
         for run in row.runs:
             (status, out, err), as_user = run_both_ways(image, programs[run.argv[0]], run.argv,
                                                         row.umask, run.user)
-            problems += as_user
+            problems += as_user + unprintable(run.argv, out)
             if (status, out, err) != (run.status, run.out, run.err):
                 problems.append(f"$ {shlex.join(run.argv)}: " + outcome(status, out, err))
         problems += differences(image.state(), wanted.state())

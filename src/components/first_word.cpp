@@ -7,18 +7,16 @@
 #include "fs/unique_fd.h"
 
 namespace kav {
-namespace {
 
-// White space of the "C" locale.
-bool is_space(char c) {
+bool is_word_space(char c) {
   return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r';
 }
 
-}  // namespace
+namespace {
 
 // A plain read: a file stream would set up a locale and a buffer of its own
 // for the few bytes wanted here.
-std::string read_first_word(const std::string& path) {
+std::string read_whole_first_word(const std::string& path) {
   const unique_fd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
   std::string word;
   if (!fd.valid()) return word;
@@ -30,12 +28,24 @@ std::string read_first_word(const std::string& path) {
     // word where it stands.
     if (length <= 0) return word;
     for (const char* c = buffer; c != buffer + length; ++c) {
-      if (!is_space(*c))
+      if (!is_word_space(*c))
         word.push_back(*c);
       else if (!word.empty())
         return word;
     }
   }
+}
+
+first_word_reader reader_in_force = read_whole_first_word;
+
+}  // namespace
+
+std::string read_first_word(const std::string& path) { return reader_in_force(path); }
+
+first_word_reader replace_first_word_reader(first_word_reader reader) {
+  const first_word_reader replaced = reader_in_force;
+  reader_in_force = reader;
+  return replaced;
 }
 
 }  // namespace kav

@@ -7,18 +7,21 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
+#include <new>
+#include <optional>
 #include <stdexcept>
 #include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "components/first_word.h"
 #include "components/icu_data_file.h"
 #include "components/kav_zoneinfo.h"
 #include "fs/paths.h"
 #include "fs/unique_fd.h"
 #include "fs/walk.h"
 #include "kavdata/device.h"
+#include "kavdata/failure.h"
+#include "kavdata/identity.h"
 #include "kavdata/muted_warnings.h"
 #include "kavdata/next_start.h"
 #include "kavdata/words.h"
@@ -28,6 +31,9 @@ namespace {
 
 // Zone files whose first bytes are not told; more are counted.
 constexpr int zone_files_told = 3;
+
+// How far "+VERSION" is read for its word, which is a few bytes long.
+constexpr std::size_t version_word_bound = 4096;
 
 // tzdb's own text files, which lie beside the zone files: "+VERSION", the
 // tables ("zone.tab", "tzdata.zi", ...), "leapseconds", "SECURITY".
@@ -54,12 +60,34 @@ bool stays_inside(std::string_view location, std::string_view target) {
   return true;
 }
 
+// Opens a file of the data set to read it: never through a link, never
+// waiting on a FIFO; -1 with errno, EINVAL for what is not a regular file.
+int open_file(const char* path, struct stat& status) {
+  const int fd = ::open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) return fd;
+  const bool stated = ::fstat(fd, &status) == 0;
+  if (stated && S_ISREG(status.st_mode)) return fd;
+  const int error = stated ? EINVAL : errno;
+  ::close(fd);
+  errno = error;
+  return -1;
+}
+
 bool begins_with_tzif(const char* path, int& error) {
-  const unique_fd fd(::open(path, O_RDONLY | O_CLOEXEC));
+  struct stat status;
+  const unique_fd fd(open_file(path, status));
   char magic[4];
   const ssize_t length = fd.valid() ? ::read(fd.get(), magic, sizeof magic) : -1;
   if (length < 0) error = errno;
   return length == sizeof magic && std::string_view(magic, sizeof magic) == "TZif";
+}
+
+// Whether root, owning a data set, would read in `status` a directory that
+// another user may change: another owner, or a write bit for others or for a
+// group other than root's.
+bool not_roots_alone(const struct stat& status) {
+  return status.st_uid != 0 || (status.st_mode & S_IWOTH) != 0 ||
+         ((status.st_mode & S_IWGRP) != 0 && status.st_gid != 0);
 }
 
 // A name that looks meant for the ICU data file but is not "icutzTAG.dat".
@@ -71,20 +99,24 @@ bool almost_data_file_name(std::string name) {
 
 class kav_checker {
  public:
-  kav_checker(std::string directory, std::string version_string) {
+  kav_checker(std::string directory, std::string version_string, bool roots)
+      : roots_(roots) {
     check_.directory = std::move(directory);
     check_.version_string = std::move(version_string);
   }
 
   kav_check run(bool layout_only) {
+    // Root reads nothing of a tree that another user can change under it.
+    if (roots_ && shared_directory()) return std::move(check_);
     const bool named = check_name();
     const bool zoneinfo = has_directory("zoneinfo");
     const bool icutz = has_directory("icutz");
     if (layout_only) return std::move(check_);
     check_tree();
-    if (zoneinfo && named) check_version_file();
+    const bool version_explained = zoneinfo && named && !check_version_file();
     const bool icu_explained = icutz && !check_icu_directory();
-    if (named) check_next_start(icu_explained);
+    // What a link leads to is not read at all.
+    if (named && !linked_) check_next_start(icu_explained, version_explained);
     return std::move(check_);
   }
 
@@ -102,11 +134,17 @@ class kav_checker {
     return problem.empty();
   }
 
+  // Whether the data set holds the directory `name` itself, not a link.
   bool has_directory(const char* name) {
     struct stat status;
-    if (::stat((check_.directory + "/" + name).c_str(), &status) == 0 && S_ISDIR(status.st_mode))
-      return true;
-    reason(std::string("it has no ") + name + "/ directory");
+    const bool found = ::lstat((check_.directory + "/" + name).c_str(), &status) == 0;
+    if (found && S_ISDIR(status.st_mode)) return true;
+    if (found && S_ISLNK(status.st_mode)) {
+      linked_ = true;
+      reason(std::string(name) + "/ is a link: only a directory counts");
+    } else {
+      reason(std::string("it has no ") + name + "/ directory");
+    }
     return false;
   }
 
@@ -152,17 +190,47 @@ class kav_checker {
              " more files in zoneinfo/ do not begin with TZif");
   }
 
-  void check_version_file() {
-    const std::string path = check_.directory + "/zoneinfo/+VERSION";
+  // Whether a directory below the top may be changed by another user than
+  // root, who owns the top; then that is the one reason.
+  bool shared_directory() {
+    const walk_handle walk = open_walk(check_.directory, FTS_PHYSICAL | FTS_NOCHDIR, by_name);
+    while (const FTSENT* entry = walk ? fts_read(walk.get()) : nullptr) {
+      if (entry->fts_info != FTS_D || entry->fts_level == 0 ||
+          !not_roots_alone(*entry->fts_statp))
+        continue;
+      char words[128];
+      std::snprintf(words, sizeof words,
+                    " may be changed by others than root, who owns the data set "
+                    "(owner %u, group %u, mode %04o)",
+                    static_cast<unsigned>(entry->fts_statp->st_uid),
+                    static_cast<unsigned>(entry->fts_statp->st_gid),
+                    static_cast<unsigned>(entry->fts_statp->st_mode & 07777));
+      reason(escaped(below_top(*entry)) + words);
+      return true;
+    }
+    return false;
+  }
+
+  // Whether "+VERSION" can be read as a regular file and says the version's
+  // year and letters; a reason otherwise.
+  bool check_version_file() {
     const std::string wanted = check_.version_string.substr(0, check_.version_string.find('.'));
-    const int error = read_error(path);
-    const std::string word = read_first_word(path);
-    if (error != 0)
-      reason(error == ENOENT ? "zoneinfo/+VERSION is missing"
-                             : "zoneinfo/+VERSION cannot be read: " + error_words(error));
+    const kav_word_read read =
+        read_word(check_.directory + "/zoneinfo/+VERSION", version_word_bound, false);
+    const std::string& word = read.word;
+    if (read.error == ELOOP)
+      reason("zoneinfo/+VERSION is a link: only a regular file counts");
+    else if (read.error != 0)
+      reason(read.error == ENOENT ? "zoneinfo/+VERSION is missing"
+                                  : "zoneinfo/+VERSION cannot be read: " + error_words(read.error));
+    else if (!read.problem.empty())
+      reason("zoneinfo/+VERSION " + read.problem);
     else if (word != wanted)
       reason("zoneinfo/+VERSION says " + (word.empty() ? "nothing" : escaped(word)) + ", not " +
              escaped(wanted));
+    else
+      return true;
+    return false;
   }
 
   // Whether icutz/ holds exactly one file the start would take; names the
@@ -175,8 +243,10 @@ class kav_checker {
       if (entry->fts_level == 0 || entry->fts_info == FTS_DP) continue;
       const std::string path = below_top(*entry);
       const bool data_file_name = !icu_format_of_file_name(entry->fts_name).empty();
-      if (data_file_name && may_be_icu_data_file(*entry))
+      if (data_file_name && may_be_icu_data_file(*entry)) {
         taken.push_back(escaped(path));
+        check_data_file(*entry);
+      }
       else if (data_file_name)
         reason(escaped(path) + near_miss(*entry));
       else if (almost_data_file_name(entry->fts_name))
@@ -190,6 +260,16 @@ class kav_checker {
              "): the start takes whichever the directory lists first");
     }
     return taken.size() == 1;
+  }
+
+  // The data file the start would take holds data, and can be read.
+  void check_data_file(const FTSENT& entry) {
+    struct stat status;
+    const unique_fd fd(open_file(entry.fts_path, status));
+    if (!fd.valid())
+      reason(escaped(below_top(entry)) + " cannot be read: " + error_words(errno));
+    else if (status.st_size == 0)
+      reason(escaped(below_top(entry)) + " is empty");
   }
 
   static std::string near_miss(const FTSENT& entry) {
@@ -206,7 +286,7 @@ class kav_checker {
   }
 
   // What the next start would do if tz_latest named the data set.
-  void check_next_start(bool icu_explained) {
+  void check_next_start(bool icu_explained, bool version_explained) {
     kav_device device = read_device(false);
     device.latest = {paths::update_parent + check_.version_string, 0};
     device.download = build_data_set(check_.directory, check_.version_string);
@@ -215,6 +295,7 @@ class kav_checker {
                        next.zoneinfo.type == kav_entry::link &&
                        next.zoneinfo.target == device.download.dataset->zoneinfo().directory();
     if (!taken) {
+      if (version_explained && !device.download.obstacle.empty()) return;
       if (next.download_refusal.empty())
         reason("the next start would not switch to it: " + next.steps.back());
       else if (!(next.download_incompatible && icu_explained))
@@ -226,6 +307,8 @@ class kav_checker {
   }
 
   kav_check check_;
+  bool roots_;          // root owns the data set's top
+  bool linked_ = false;  // zoneinfo/ or icutz/ is a link
 };
 
 // The directory's own name, ignoring trailing slashes.
@@ -253,8 +336,23 @@ kav_check judge(const std::string& directory, const std::string& as, bool layout
     return check;
   }
   if (as.empty()) check.version_string = directory_name(resolved);
+  // Root reads what it is given as its owner would: no link, hard link or
+  // swapped directory can show it root's files.
+  std::optional<kav_provider> provider;
+  std::optional<kav_provider::kav_acting> acting;
+  try {
+    if (::geteuid() == 0) acting.emplace(provider.emplace(status, escaped(resolved).c_str()));
+  } catch (const kav_failure& failure) {
+    check.reasons.push_back(failure.what());
+    return check;
+  }
   const kav_muted_warnings muted;
-  return kav_checker(resolved, check.version_string).run(layout_only);
+  try {
+    return kav_checker(resolved, check.version_string, status.st_uid == 0).run(layout_only);
+  } catch (const std::bad_alloc&) {
+    check.reasons.push_back("memory ran out");
+    return check;
+  }
 }
 
 }  // namespace

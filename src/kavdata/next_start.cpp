@@ -65,6 +65,13 @@ class kav_played_start {
     if (next_.obstacle.empty()) next_.obstacle = path;
   }
 
+  // The start builds `built` here: a file of it may hang the start or swell it.
+  void reads(const kav_built& built) {
+    if (!next_.obstacle.empty() || built.obstacle.empty()) return;
+    next_.obstacle = built.obstacle;
+    next_.obstacle_words = built.obstacle_words;
+  }
+
   // remove(3): a file, a link or an empty directory goes, silently or not.
   void remove_any(kav_entry& entry, const char* path) {
     if (entry.type == kav_entry::absent) return;
@@ -142,6 +149,7 @@ class kav_played_start {
 
   void select() {
     const kav_device& device = device_;
+    reads(device.system);
     if (!device.system.dataset)
       throw start_failure{"the system's data set cannot be used: " + device.system.failure};
     if (device.latest.error != 0)
@@ -150,6 +158,7 @@ class kav_played_start {
       next_.steps.push_back(unusable_link());
       reset();
     }
+    reads(device.current);
     if (!device.current.dataset)
       throw start_failure{"the data set in use, " + escaped(data_set_name(device.current_root)) +
                           ", cannot be used: " + device.current.failure};
@@ -185,6 +194,7 @@ class kav_played_start {
   void switch_to_download(const kav_dataset& system, const kav_dataset& current,
                           const kav_dataset& in_use) {
     const kav_built& download = device_.download;
+    reads(download);
     if (!download.dataset) {
       const std::string& latest = device_.latest.content;
       next_.download_refusal = download.failure;

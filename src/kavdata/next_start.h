@@ -25,6 +25,10 @@ struct kav_next_start {
   bool local_zone_exists = false;
   std::string local_zone_path;
   std::string obstacle;
+  // Why the start stops being foreseeable at `obstacle` when it is a file it
+  // reads (a FIFO, a word past the bound), in words that follow the path;
+  // empty when it is a path it cannot write.
+  std::string obstacle_words;
   // Why the start does not take the download tz_latest names, when it
   // names one; empty when it takes it.
   std::string download_refusal;

@@ -89,8 +89,11 @@ std::vector<std::string> latest_lines(const kav_device& device) {
 
 std::vector<std::string> next_start_lines(const kav_next_start& next) {
   std::vector<std::string> lines;
-  if (!next.obstacle.empty())
-    lines.push_back("cannot write " + next.obstacle + "; what follows is a best guess");
+  if (!next.obstacle_words.empty())
+    lines.push_back(shown(next.obstacle) + " " + next.obstacle_words +
+                    "; what follows is a best guess");
+  else if (!next.obstacle.empty())
+    lines.push_back("cannot write " + shown(next.obstacle) + "; what follows is a best guess");
   lines.insert(lines.end(), next.steps.begin(), next.steps.end());
   lines.push_back(next.exit_status == 0 ? "exits 0" : "exits 1");
   return lines;
