@@ -5,9 +5,12 @@ what follows: faults.py KAVSETUP KAVDATA ROWS. KAVSETUP and KAVDATA are
 static builds. README.md ("Tests") says what it proves."""
 import codecs
 import concurrent.futures
-import fcntl
+import glob
 import os
 import re
+import select
+import shutil
+import signal
 import subprocess
 import sys
 import tempfile
@@ -43,19 +46,29 @@ SETS = TZ + "tz"
 PID = re.compile(r"^\d+ +")
 
 
+def operand(line):
+    """The first argument of a call that strace -y wrote, and the string
+    after it, without what differs from run to run: the image's place, a
+    copy's random suffix, a pipe's number."""
+    first = re.match(r'(?:\d+ +)?\w+\(([^,)]*(?:, "(?:[^"\\]|\\.)*")?)', line)
+    return re.sub(r"/[^<>\"]*kavsetup-image-[^/>\"]*|(?<=\.staging-)([^/>\"]*)-\w{6}\b|(?<=:\[)\d+",
+                  lambda m: m[1] or "", first[1]) if first else ""
+
+
 def program_calls(log, name):
-    """(call, n, action) for each fault to inject: the nth occurrence of a
-    file-system call the program makes in the trace, whose first calls are the
-    runner's, failed, and killed before the first and every change."""
+    """(call, n, action, operand) for each fault to inject: the nth
+    occurrence of a file-system call the program makes in the trace, whose
+    first calls are the runner's, failed, and killed before the first and
+    every change."""
     seen, found, started = {}, [], False
     for line in (PID.sub("", line, 1) for line in log.splitlines()):
         started = started or line.startswith(f'execve("/usr/sbin/{name}"')
         call = (re.match(r"\w+", line) or [""])[0]
         seen[call] = seen.get(call, 0) + 1
         if started and call in CALLS:
-            found.append((call, seen[call], f"error={ERROR[call]}"))
+            found.append((call, seen[call], f"error={ERROR[call]}", operand(line)))
             if len(found) == 1 or CHANGES.match(line):
-                found.append((call, seen[call], "signal=SIGKILL"))
+                found.append((call, seen[call], "signal=SIGKILL", operand(line)))
     return found
 
 
@@ -273,19 +286,23 @@ class Start:
         return [f"ended with status {status}, out {out!r}, err {err}"]
 
 
-def check(start, call, n, action):
+def check(start, call, n, action, expected):
     """The problems of one run faulted or killed at the nth `call`, and of
     the run after it. A kavdata command run again must leave exactly what an
-    uninterrupted run leaves, so that the next start of kavsetup does too."""
+    uninterrupted run leaves, so that the next start of kavsetup does too.
+    The failed call must be the one the whole run made: on `expected`."""
     problems, umask = [], start.row.umask
     with Image(start.tree) as image:
         # Only the faulted call stops the program when it is failed; strace
         # 6.1 does not deliver a signal so, which kills must wait for.
         filtered = ["-f", "--seccomp-bpf"] if action.startswith("error") else []
         status, out, err, log = traced(image, start.program, start.run, umask, [
-            *filtered, "-e", f"trace={call}", "-e", f"inject={call}:{action}:when={n}"])
+            *filtered, "-y", "-e", f"trace={call}", "-e", f"inject={call}:{action}:when={n}"])
         if "(INJECTED)" not in log and "killed by SIGKILL" not in log:
             problems.append("nothing injected in the program")
+        failed = [operand(line) for line in log.splitlines() if "(INJECTED)" in line]
+        if failed and failed[0] != expected:
+            problems.append(f"failed on {failed[0]}, where the whole run made it on {expected}")
         problems += start.ended(action, status, out, err)
         interrupted = image.state()
         if start.kavdata:
@@ -306,39 +323,60 @@ def check(start, call, n, action):
     return [f"{call} #{n} {action}: {problem}" for problem in problems]
 
 
+def stopped(session):
+    """Whether a kavdata that `session` started is stopped."""
+    for stat in glob.glob("/proc/[0-9]*/stat"):
+        try:
+            name, _, fields = open(stat).read().partition(" (")[2].rpartition(") ")
+        except OSError:  # gone meanwhile
+            continue
+        if name == "kavdata" and fields.split()[0] in "tT" and int(fields.split()[3]) == session:
+            return True
+    return False
+
+
 def serialized(kavdata, device, rows):
-    """A clean started while a stage holds the lock waits, says who holds
-    it, and ends as a clean after that stage does."""
+    """A stage and a clean started together run one after the other, in
+    either order: the first is stopped right after it takes the lock until
+    the second has said that it waits and for whom; both then end as when
+    run one after the other."""
     row = next(r for r in rows if r.name.startswith(STARTS[3]))
-    stage = row.runs[0].argv[1:]
-    with Image(device + row.tree) as image:
-        image.run(kavdata, stage)
-        image.run(kavdata, ["clean"])
-        wanted = image.state()
-    with Image(device + row.tree) as image:
-        slow = subprocess.Popen(image.command(kavdata, stage, ["strace", "-o", "/dev/null", "-e",
-                                                               "inject=rename:delay_enter=1s"]),
-                                stdout=subprocess.DEVNULL)
-        for _ in range(100):  # until the stage holds the lock
-            time.sleep(0.1)
-            if os.path.exists(image.root + LOCK):
-                with open(image.root + LOCK) as lock:
-                    try:
-                        fcntl.flock(lock, fcntl.LOCK_SH | fcntl.LOCK_NB)
-                    except BlockingIOError:
-                        break
-        status, _, err = image.run(kavdata, ["clean"])
-        slow.wait(60)
-        said = err and re.fullmatch(rb"kavdata: waiting for process \d+ \(/usr/sbin/kavdata stage "
-                                    rb"[^)]*\), which holds " + LOCK.encode(), err[0])
-        if status or slow.returncode or not said or image.state() != wanted:
-            return [f"a clean beside a stage: status {status}, {slow.returncode}, said {err}"]
-    return []
+    commands, problems = {"stage": row.runs[0].argv[1:], "clean": ["clean"]}, []
+    for first, second in (("stage", "clean"), ("clean", "stage")):
+        with Image(device + row.tree) as image:
+            image.run(kavdata, commands[first])
+            image.run(kavdata, commands[second])
+            wanted = image.state()
+        with Image(device + row.tree) as image:
+            holder = subprocess.Popen(image.command(kavdata, commands[first], [
+                "strace", "-o", "/dev/null", "-e", "inject=flock:signal=SIGSTOP:when=1"]),
+                stdout=subprocess.DEVNULL, start_new_session=True)
+            for _ in range(600):  # until it has taken the lock and stopped
+                if holder.poll() is not None or stopped(holder.pid):
+                    break
+                time.sleep(0.1)
+            waiting = subprocess.Popen(image.command(kavdata, commands[second]),
+                                       stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+            said = waiting.stderr.readline() if select.select([waiting.stderr], [], [], 60)[0] else b""
+            os.killpg(holder.pid, signal.SIGCONT)
+            _, rest = waiting.communicate(timeout=60)
+            holder.wait(60)
+            apart = "" if image.state() == wanted else "; the files differ from two runs in turn"
+            if holder.returncode or waiting.returncode or rest or apart or not re.fullmatch(
+                    rb"kavdata: waiting for process \d+ \(/usr/sbin/kavdata " + first.encode() +
+                    rb"[^)]*\), which holds " + LOCK.encode() + rb"\n", said):
+                problems.append(f"a {second} started while a {first} holds the lock: status "
+                                f"{holder.returncode}, {waiting.returncode}, said {said + rest}{apart}")
+    return problems
 
 
 def main(kavsetup, kavdata, rows_path):
     device, rows = read_rows(rows_path)
-    programs = {"kavsetup": kavsetup, "kavdata": kavdata}
+    # Copies, so that every run starts the same program even when the build
+    # changes meanwhile; named as the traces and messages expect.
+    pinned = tempfile.TemporaryDirectory()
+    programs = {name: shutil.copy2(path, os.path.join(pinned.name, name))
+                for name, path in (("kavsetup", kavsetup), ("kavdata", kavdata))}
     failures, tried = [], {}
     with concurrent.futures.ThreadPoolExecutor(2 * os.cpu_count()) as pool:
         for row in (r for r in rows if r.name.startswith(STARTS)):
@@ -347,12 +385,12 @@ def main(kavsetup, kavdata, rows_path):
                 failures.append(f"{row.name}: run again after a whole run, it changed the files")
             failures += [f"{row.name}: order: {problem}" for problem in start.order]
             name = " ".join(start.run.argv[:2])
-            kills = sum(action == "signal=SIGKILL" for *_, action in start.faults)
+            kills = sum(action == "signal=SIGKILL" for _, _, action, _ in start.faults)
             failed, killed = tried.get(name, (0, 0))
             tried[name] = failed + len(start.faults) - kills, killed + kills
             jobs = [pool.submit(check, start, *fault) for fault in start.faults]
             failures += [f"{row.name}: {p}" for job in jobs for p in job.result()]
-    failures += serialized(kavdata, device, rows)
+    failures += serialized(programs["kavdata"], device, rows)
     print(*[f"FAIL {failure}" for failure in failures], sep="\n")
     print("calls failed, and killed: " + ", ".join(
         f"{name} {failed} and {killed}" for name, (failed, killed) in tried.items()) +
