@@ -3,10 +3,14 @@
 rows, and kills them at every call that changes the file system, and checks
 what follows: faults.py KAVSETUP KAVDATA ROWS. KAVSETUP and KAVDATA are
 static builds. README.md ("Tests") says what it proves."""
+import codecs
 import concurrent.futures
-import fcntl
+import glob
 import os
 import re
+import select
+import shutil
+import signal
 import subprocess
 import sys
 import tempfile
@@ -38,21 +42,33 @@ EXITING = re.compile(rb"kavsetup: Unable to (prepare time zone directories|"
 CHANGES = re.compile(r"(write|unlink|rmdir|mkdir|symlink|rename|renameat2|fchmod|fchown|fchownat)\(|"
                      r"openat\(.*O_(CREAT|TRUNC)")
 LEFTOVER = re.compile(re.escape(TZ) + r"(tz/\.staging-[^/]*|\.tz_latest\.staging)$")
+SETS = TZ + "tz"
+PID = re.compile(r"^\d+ +")
+
+
+def operand(line):
+    """The first argument of a call that strace -y wrote, and the string
+    after it, without what differs from run to run: the image's place, a
+    copy's random suffix, a pipe's number."""
+    first = re.match(r'(?:\d+ +)?\w+\(([^,)]*(?:, "(?:[^"\\]|\\.)*")?)', line)
+    return re.sub(r"/[^<>\"]*kavsetup-image-[^/>\"]*|(?<=\.staging-)([^/>\"]*)-\w{6}\b|(?<=:\[)\d+",
+                  lambda m: m[1] or "", first[1]) if first else ""
 
 
 def program_calls(log, name):
-    """(call, n, action) for each fault to inject: the nth occurrence of a
-    file-system call the program makes in the trace, whose first calls are the
-    runner's, failed, and killed before the first and every change."""
+    """(call, n, action, operand) for each fault to inject: the nth
+    occurrence of a file-system call the program makes in the trace, whose
+    first calls are the runner's, failed, and killed before the first and
+    every change."""
     seen, found, started = {}, [], False
-    for line in log.splitlines():
+    for line in (PID.sub("", line, 1) for line in log.splitlines()):
         started = started or line.startswith(f'execve("/usr/sbin/{name}"')
         call = (re.match(r"\w+", line) or [""])[0]
         seen[call] = seen.get(call, 0) + 1
         if started and call in CALLS:
-            found.append((call, seen[call], f"error={ERROR[call]}"))
+            found.append((call, seen[call], f"error={ERROR[call]}", operand(line)))
             if len(found) == 1 or CHANGES.match(line):
-                found.append((call, seen[call], "signal=SIGKILL"))
+                found.append((call, seen[call], "signal=SIGKILL", operand(line)))
     return found
 
 
@@ -86,6 +102,146 @@ def data_set(state, link):
             if path == root or path.startswith(root + "/")}
 
 
+def arguments(text):
+    """The top-level arguments of a call that strace wrote as text, which
+    begins after its "(", and what follows the ")" that closes them."""
+    args, depth, start, i = [], 0, 0, 0
+    while i < len(text):
+        if text[i] in "\"<":  # a string or a descriptor's path
+            close, i = ">" if text[i] == "<" else '"', i + 1
+            while i < len(text) and text[i] != close:
+                i += 2 if text[i] == "\\" else 1
+        elif text[i] in "([{":
+            depth += 1
+        elif text[i] in ")]}" and depth:
+            depth -= 1
+        elif text[i] in ",)":
+            args.append(text[start:i].strip())
+            if text[i] == ")":
+                return args, text[i + 1:]
+            start = i + 1
+        i += 1
+    return args, ""
+
+
+def calls(log, root):
+    """(call, paths, descriptors, other arguments, success) of each call in a
+    trace written with -y, paths as the program sees them: each string taken
+    as a name relative to the descriptor before it, or to /."""
+    def inside(shown):
+        shown = shown.removesuffix(" (deleted)")
+        return "/" + shown[len(root):].lstrip("/") if (shown + "/").startswith(root + "/") else None
+    for line in log.splitlines():
+        call, _, text = PID.sub("", line, 1).partition("(")
+        if not call.isidentifier() or "<unfinished" in text:
+            continue
+        args, rest = arguments(text)
+        paths, fds, flags, after_fd = [], [], "", False
+        for arg in args:
+            string, fd = re.fullmatch(r'"(.*)"(?:\.\.\.)?', arg, re.S), re.fullmatch(r"\w*<(.*)>", arg)
+            if string:
+                name = codecs.escape_decode(string[1].encode())[0].decode(errors="surrogateescape")
+                base = (paths.pop() if after_fd else None) or "/"
+                paths.append(os.path.normpath(os.path.join(base, name)) if name else base)
+            elif fd:
+                paths.append(inside(fd[1]))
+                fds.append(paths[-1])
+            else:
+                flags += arg + " "
+            after_fd = bool(fd)
+        yield call, paths, fds, flags, bool(re.match(r" *= \d", rest))
+
+
+class Entry:
+    """A file, directory or link that a traced run changed or synced; its last
+    change is (call number, call)."""
+
+    def __init__(self, made=False, link=False):
+        self.made, self.link, self.changed, self.synced = made, link, None, -1
+
+
+def order(log, root):
+    """What an uninterrupted kavdata command leaves undurable when a later
+    change depends on it: the copy's files before its rename, that rename
+    before tz_latest's, tz_latest's before the exit, a rename to .deleting-
+    before deleting under it, and the deletions before the marker's. A kill
+    cannot show it; a power loss can keep the later change and lose this."""
+    entries, problems, synced_all, published, moved, marker, doomed = {}, [], -1, None, None, None, {}
+    entry = lambda path: entries.setdefault(path, Entry())
+    durable = lambda path, since: max(entry(path).synced, synced_all) > since
+    below = lambda top: [path for path in entries if path == top or path.startswith(top + "/")]
+    in_sets = lambda path, prefix: (os.path.dirname(path) == SETS and
+                                    os.path.basename(path).startswith(prefix))
+    for i, (call, paths, fds, flags, done) in enumerate(calls(log, root)):
+        what, target = f"{call} {paths[-1] if paths else ''}", (paths or [None])[-1]
+        if call in ("unlink", "unlinkat") and target == MARKER:
+            if entry(SETS).changed and not durable(SETS, entry(SETS).changed[0]):
+                problems.append(f"{MARKER} is unlinked before {entry(SETS).changed[1]} is durable: "
+                                f"no fsync of {SETS}, nor syncfs, in between")
+            marker = i
+        if not done or None in paths:  # a pipe, say
+            continue
+        changes = []
+        if call in ("mkdir", "mkdirat", "symlink", "symlinkat", "link", "linkat", "creat") or (
+                call in ("open", "openat") and "O_CREAT" in flags):
+            entries.setdefault(target, Entry(True, call.startswith("symlink")))
+            changes = [target, os.path.dirname(target)]
+        elif call in ("open", "openat") and "O_TRUNC" in flags or call in (
+                "fchownat", "fchmodat", "chmod", "chown", "lchown"):
+            changes = [paths[0]]
+        elif call in ("write", "pwrite64", "writev", "pwritev", "pwritev2", "ftruncate",
+                      "fallocate", "fchmod", "fchown", "sendfile", "copy_file_range"):
+            changes = [fds[-1] if call == "copy_file_range" else fds[0]]
+        elif call in ("fsync", "fdatasync"):
+            # A link is durable with the directory that holds it.
+            for path in [fds[0]] + [p for p in entries if entries[p].link and
+                                    os.path.dirname(p) == fds[0]]:
+                entry(path).synced = i
+        elif call in ("syncfs", "sync"):
+            synced_all = i
+        elif call.startswith("rename"):
+            source, target = paths[:2]
+            if in_sets(source, ".staging-") and not in_sets(target, "."):
+                late = [entries[p] for p in below(source) if entries[p].made
+                        and not durable(p, entries[p].changed[0])]
+                if late:
+                    problems.append(f"{late[0].changed[1]} is not durable before the copy's rename to "
+                                    f"{target}: no fsync of {'its directory' if late[0].link else 'it'}"
+                                    ", nor syncfs, in between" +
+                                    (f" ({len(late) - 1} more like it)" if late[1:] else ""))
+                published = i, f"{call} {source} -> {target}"
+            if target == LATEST:
+                if published and not durable(SETS, published[0]):
+                    problems.append(f"{published[1]} is not durable before {LATEST} is replaced: "
+                                    f"no fsync of {SETS}, nor syncfs, in between")
+                moved = i
+            if in_sets(target, ".deleting-"):
+                doomed[target] = i
+            moving = {path: entries.pop(path) for path in below(source)}
+            swapped = {path: entries.pop(path) for path in below(target)}
+            entries.update({target + path[len(source):]: e for path, e in moving.items()})
+            if "RENAME_EXCHANGE" in flags:
+                entries.update({source + path[len(target):]: e for path, e in swapped.items()})
+            changes = [os.path.dirname(source), os.path.dirname(target)]
+        elif call in ("unlink", "unlinkat", "rmdir"):
+            if marker is not None and target != MARKER:
+                problems.append(f"{what} deletes after {MARKER} is unlinked")
+                marker = None  # once is enough
+            for top in [top for top in doomed if target == top or target.startswith(top + "/")]:
+                if not durable(SETS, doomed.pop(top)):
+                    problems.append(f"the rename to {top} is not durable before {what}: "
+                                    f"no fsync of {SETS}, nor syncfs, in between")
+            for path in below(target):
+                del entries[path]
+            changes = [os.path.dirname(target)]
+        for path in changes:
+            entry(path).changed = i, what
+    if moved is not None and not durable(TZ[:-1], moved):
+        problems.append(f"the rename over {LATEST} is not durable before the command exits: "
+                        f"no fsync of {TZ[:-1]}, nor syncfs, after it")
+    return problems
+
+
 class Start:
     """A row's first run, done whole: the states before and after it. After
     a kavdata command, running it again changes nothing."""
@@ -96,8 +252,9 @@ class Start:
         self.kavdata = self.run.argv[0] == "kavdata"
         with Image(self.tree) as image:
             self.before = image.state()
-            _, _, _, log = traced(image, self.program, self.run, row.umask, [])
+            _, _, _, log = traced(image, self.program, self.run, row.umask, ["-f", "-y"])
             self.faults = program_calls(log, self.run.argv[0])
+            self.order = order(log, os.path.realpath(image.root)) if self.kavdata else []
             self.after = image.state()
             image.run(self.program, self.run.argv[1:], umask=row.umask)
             self.settled = not self.kavdata or image.state() == self.after
@@ -129,19 +286,23 @@ class Start:
         return [f"ended with status {status}, out {out!r}, err {err}"]
 
 
-def check(start, call, n, action):
+def check(start, call, n, action, expected):
     """The problems of one run faulted or killed at the nth `call`, and of
     the run after it. A kavdata command run again must leave exactly what an
-    uninterrupted run leaves, so that the next start of kavsetup does too."""
+    uninterrupted run leaves, so that the next start of kavsetup does too.
+    The failed call must be the one the whole run made: on `expected`."""
     problems, umask = [], start.row.umask
     with Image(start.tree) as image:
         # Only the faulted call stops the program when it is failed; strace
         # 6.1 does not deliver a signal so, which kills must wait for.
         filtered = ["-f", "--seccomp-bpf"] if action.startswith("error") else []
         status, out, err, log = traced(image, start.program, start.run, umask, [
-            *filtered, "-e", f"trace={call}", "-e", f"inject={call}:{action}:when={n}"])
+            *filtered, "-y", "-e", f"trace={call}", "-e", f"inject={call}:{action}:when={n}"])
         if "(INJECTED)" not in log and "killed by SIGKILL" not in log:
             problems.append("nothing injected in the program")
+        failed = [operand(line) for line in log.splitlines() if "(INJECTED)" in line]
+        if failed and failed[0] != expected:
+            problems.append(f"failed on {failed[0]}, where the whole run made it on {expected}")
         problems += start.ended(action, status, out, err)
         if (call, action) == ("renameat2", "error=EINVAL") and status != 0:
             problems.append("a file system that cannot swap two names made it fail")
@@ -166,52 +327,74 @@ def check(start, call, n, action):
     return [f"{call} #{n} {action}: {problem}" for problem in problems]
 
 
+def stopped(session):
+    """Whether a kavdata that `session` started is stopped."""
+    for stat in glob.glob("/proc/[0-9]*/stat"):
+        try:
+            name, _, fields = open(stat).read().partition(" (")[2].rpartition(") ")
+        except OSError:  # gone meanwhile
+            continue
+        if name == "kavdata" and fields.split()[0] in "tT" and int(fields.split()[3]) == session:
+            return True
+    return False
+
+
 def serialized(kavdata, device, rows):
-    """A clean started while a stage holds the lock waits, says who holds
-    it, and ends as a clean after that stage does."""
+    """A stage and a clean started together run one after the other, in
+    either order: the first is stopped right after it takes the lock until
+    the second has said that it waits and for whom; both then end as when
+    run one after the other."""
     row = next(r for r in rows if r.name.startswith(STARTS[3]))
-    stage = row.runs[0].argv[1:]
-    with Image(device + row.tree) as image:
-        image.run(kavdata, stage)
-        image.run(kavdata, ["clean"])
-        wanted = image.state()
-    with Image(device + row.tree) as image:
-        slow = subprocess.Popen(image.command(kavdata, stage, ["strace", "-o", "/dev/null", "-e",
-                                                               "inject=rename:delay_enter=1s"]),
-                                stdout=subprocess.DEVNULL)
-        for _ in range(100):  # until the stage holds the lock
-            time.sleep(0.1)
-            if os.path.exists(image.root + LOCK):
-                with open(image.root + LOCK) as lock:
-                    try:
-                        fcntl.flock(lock, fcntl.LOCK_SH | fcntl.LOCK_NB)
-                    except BlockingIOError:
-                        break
-        status, _, err = image.run(kavdata, ["clean"])
-        slow.wait(60)
-        said = err and re.fullmatch(rb"kavdata: waiting for process \d+ \(/usr/sbin/kavdata stage "
-                                    rb"[^)]*\), which holds " + LOCK.encode(), err[0])
-        if status or slow.returncode or not said or image.state() != wanted:
-            return [f"a clean beside a stage: status {status}, {slow.returncode}, said {err}"]
-    return []
+    commands, problems = {"stage": row.runs[0].argv[1:], "clean": ["clean"]}, []
+    for first, second in (("stage", "clean"), ("clean", "stage")):
+        with Image(device + row.tree) as image:
+            image.run(kavdata, commands[first])
+            image.run(kavdata, commands[second])
+            wanted = image.state()
+        with Image(device + row.tree) as image:
+            holder = subprocess.Popen(image.command(kavdata, commands[first], [
+                "strace", "-o", "/dev/null", "-e", "inject=flock:signal=SIGSTOP:when=1"]),
+                stdout=subprocess.DEVNULL, start_new_session=True)
+            for _ in range(600):  # until it has taken the lock and stopped
+                if holder.poll() is not None or stopped(holder.pid):
+                    break
+                time.sleep(0.1)
+            waiting = subprocess.Popen(image.command(kavdata, commands[second]),
+                                       stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+            said = waiting.stderr.readline() if select.select([waiting.stderr], [], [], 60)[0] else b""
+            os.killpg(holder.pid, signal.SIGCONT)
+            _, rest = waiting.communicate(timeout=60)
+            holder.wait(60)
+            apart = "" if image.state() == wanted else "; the files differ from two runs in turn"
+            if holder.returncode or waiting.returncode or rest or apart or not re.fullmatch(
+                    rb"kavdata: waiting for process \d+ \(/usr/sbin/kavdata " + first.encode() +
+                    rb"[^)]*\), which holds " + LOCK.encode() + rb"\n", said):
+                problems.append(f"a {second} started while a {first} holds the lock: status "
+                                f"{holder.returncode}, {waiting.returncode}, said {said + rest}{apart}")
+    return problems
 
 
 def main(kavsetup, kavdata, rows_path):
     device, rows = read_rows(rows_path)
-    programs = {"kavsetup": kavsetup, "kavdata": kavdata}
+    # Copies, so that every run starts the same program even when the build
+    # changes meanwhile; named as the traces and messages expect.
+    pinned = tempfile.TemporaryDirectory()
+    programs = {name: shutil.copy2(path, os.path.join(pinned.name, name))
+                for name, path in (("kavsetup", kavsetup), ("kavdata", kavdata))}
     failures, tried = [], {}
     with concurrent.futures.ThreadPoolExecutor(2 * os.cpu_count()) as pool:
         for row in (r for r in rows if r.name.startswith(STARTS)):
             start = Start(programs, device, row)
             if not start.settled:
                 failures.append(f"{row.name}: run again after a whole run, it changed the files")
+            failures += [f"{row.name}: order: {problem}" for problem in start.order]
             name = " ".join(start.run.argv[:2])
-            kills = sum(action == "signal=SIGKILL" for *_, action in start.faults)
+            kills = sum(action == "signal=SIGKILL" for _, _, action, _ in start.faults)
             failed, killed = tried.get(name, (0, 0))
             tried[name] = failed + len(start.faults) - kills, killed + kills
             jobs = [pool.submit(check, start, *fault) for fault in start.faults]
             failures += [f"{row.name}: {p}" for job in jobs for p in job.result()]
-    failures += serialized(kavdata, device, rows)
+    failures += serialized(programs["kavdata"], device, rows)
     print(*[f"FAIL {failure}" for failure in failures], sep="\n")
     print("calls failed, and killed: " + ", ".join(
         f"{name} {failed} and {killed}" for name, (failed, killed) in tried.items()) +
