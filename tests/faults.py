@@ -23,13 +23,16 @@ STARTS = ("a switch between downloads that corrects the local time link",
           "a local time link into the older location is corrected",
           "stage copies a data set whole", "after an interrupted switch, stage replaces",
           "clean deletes what no link names", "after an interrupted switch, clean keeps")
-CALLS = ("openat", "read", "write", "close", "unlink", "rmdir", "mkdir", "symlink", "readlink",
-         "rename", "renameat2", "access", "fstat", "newfstatat", "getdents64", "fchdir",
-         "fcntl", "fsync", "fchmod", "fchown", "fchownat", "flock", "statfs")
+CALLS = ("openat", "read", "write", "close", "unlink", "unlinkat", "rmdir", "mkdir", "mkdirat",
+         "symlink", "symlinkat", "readlink", "readlinkat", "rename", "renameat", "renameat2",
+         "access", "faccessat", "fstat", "newfstatat", "statx", "getdents64", "fchdir", "fcntl",
+         "fsync", "syncfs", "fchmod", "fchmodat", "fchown", "fchownat", "flock", "statfs",
+         "fstatfs")
 # One plausible error each; a failed exchange of two names makes stage take
 # its way for file systems that cannot swap them.
-ERROR = dict.fromkeys(CALLS, "EIO") | {"openat": "EACCES", "unlink": "EROFS", "rmdir": "EROFS",
-                                       "symlink": "ENOSPC", "write": "ENOSPC", "mkdir": "ENOSPC",
+ERROR = dict.fromkeys(CALLS, "EIO") | {"openat": "EACCES", "unlink": "EROFS", "unlinkat": "EROFS",
+                                       "rmdir": "EROFS", "symlink": "ENOSPC", "symlinkat": "ENOSPC",
+                                       "write": "ENOSPC", "mkdir": "ENOSPC", "mkdirat": "ENOSPC",
                                        "renameat2": "EINVAL", "flock": "ENOLCK"}
 TZ = image_builder.TZ
 ZONEINFO, ICUTZ, LOCALTIME = TZ + "zoneinfo", "/var/db/icutz", TZ + "localtime"
@@ -39,9 +42,10 @@ DEFAULT_LOCALTIME = "-> " + ZONEINFO + "/America/Los_Angeles"
 EXITING = re.compile(rb"kavsetup: Unable to (prepare time zone directories|"
                      rb"reset to system partition|reset localtime link); exiting: ")
 # A kill before any other call leaves the files as one before the next of these.
-CHANGES = re.compile(r"(write|unlink|rmdir|mkdir|symlink|rename|renameat2|fchmod|fchown|fchownat)\(|"
+CHANGES = re.compile(r"(write|unlinkat|unlink|rmdir|mkdirat|mkdir|symlinkat|symlink|renameat2|"
+                     r"renameat|rename|fchmodat|fchmod|fchownat|fchown)\(|"
                      r"openat\(.*O_(CREAT|TRUNC)")
-LEFTOVER = re.compile(re.escape(TZ) + r"(tz/\.staging-[^/]*|\.tz_latest\.staging)$")
+LEFTOVER = re.compile(re.escape(TZ) + r"(tz/\.(staging|replaced)-[^/]*|\.tz_latest\.staging)$")
 SETS = TZ + "tz"
 PID = re.compile(r"^\d+ +")
 
