@@ -19,6 +19,7 @@
 #include "fs/unique_fd.h"
 #include "fs/walk.h"
 #include "kavdata/device.h"
+#include "kavdata/inside.h"
 #include "kavdata/muted_warnings.h"
 #include "kavdata/next_start.h"
 #include "kavdata/words.h"
@@ -36,24 +37,6 @@ bool zone_file_name(std::string_view name) {
          name != "leapseconds" && name != "SECURITY";
 }
 
-// Whether a link at `location`, relative to the data set's top, holding
-// `target`, leads to a place inside the data set wherever it is staged.
-bool stays_inside(std::string_view location, std::string_view target) {
-  if (target.empty() || target[0] == '/') return false;
-  std::size_t depth = static_cast<std::size_t>(std::count(location.begin(), location.end(), '/'));
-  while (!target.empty()) {
-    const std::string_view part = target.substr(0, target.find('/'));
-    target.remove_prefix(std::min(target.size(), part.size() + 1));
-    if (part == "..") {
-      if (depth == 0) return false;
-      --depth;
-    } else if (!part.empty() && part != ".") {
-      ++depth;
-    }
-  }
-  return true;
-}
-
 bool begins_with_tzif(const char* path, int& error) {
   const unique_fd fd(::open(path, O_RDONLY | O_CLOEXEC));
   char magic[4];
@@ -69,6 +52,9 @@ bool almost_data_file_name(std::string name) {
          (name.size() >= 4 && name.compare(name.size() - 4, 4, ".dat") == 0);
 }
 
+// How much of a data set is judged.
+enum class kav_depth { layout, contents, whole };
+
 class kav_checker {
  public:
   kav_checker(std::string directory, std::string version_string) {
@@ -76,15 +62,15 @@ class kav_checker {
     check_.version_string = std::move(version_string);
   }
 
-  kav_check run(bool layout_only) {
+  kav_check run(kav_depth depth) {
     const bool named = check_name();
     const bool zoneinfo = has_directory("zoneinfo");
     const bool icutz = has_directory("icutz");
-    if (layout_only) return std::move(check_);
+    if (depth == kav_depth::layout) return std::move(check_);
     check_tree();
     if (zoneinfo && named) check_version_file();
     const bool icu_explained = icutz && !check_icu_directory();
-    if (named) check_next_start(icu_explained);
+    if (named && depth == kav_depth::whole) check_next_start(icu_explained);
     return std::move(check_);
   }
 
@@ -245,8 +231,8 @@ std::string directory_name(const std::string& directory) {
                           end - (start == std::string::npos ? 0 : start + 1) + 1);
 }
 
-// Judges `directory`, the whole of it or only its layout.
-kav_check judge(const std::string& directory, const std::string& as, bool layout_only) {
+// Judges `directory` as far as `depth`.
+kav_check judge(const std::string& directory, const std::string& as, kav_depth depth) {
   kav_check check;
   check.version_string = as.empty() ? directory_name(directory) : as;
   char resolved[PATH_MAX];
@@ -263,17 +249,21 @@ kav_check judge(const std::string& directory, const std::string& as, bool layout
   }
   if (as.empty()) check.version_string = directory_name(resolved);
   const kav_muted_warnings muted;
-  return kav_checker(resolved, check.version_string).run(layout_only);
+  return kav_checker(resolved, check.version_string).run(depth);
 }
 
 }  // namespace
 
 kav_check check_data_set(const std::string& directory, const std::string& as) {
-  return judge(directory, as, false);
+  return judge(directory, as, kav_depth::whole);
+}
+
+kav_check check_contents(const std::string& directory, const std::string& as) {
+  return judge(directory, as, kav_depth::contents);
 }
 
 kav_check check_layout(const std::string& directory, const std::string& as) {
-  return judge(directory, as, true);
+  return judge(directory, as, kav_depth::layout);
 }
 
 int print_check(const kav_check& check) {
