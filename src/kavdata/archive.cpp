@@ -18,6 +18,7 @@
 #include "fs/unique_fd.h"
 #include "kavdata/failure.h"
 #include "kavdata/inside.h"
+#include "kavdata/muted_warnings.h"
 #include "kavdata/words.h"
 #include "version/kav_version.h"
 
@@ -302,6 +303,7 @@ class kav_unpacker {
 }  // namespace
 
 void require_version_string(const std::string& name, const std::string& hint) {
+  const kav_muted_warnings muted;
   try {
     if (!(kav_version(name) == kav_version())) return;
   } catch (const std::out_of_range&) {

@@ -22,13 +22,17 @@ class kav_scratch {
  public:
   kav_scratch() {
     const char* const parent = std::getenv("TMPDIR");
-    path_ = std::string(parent != nullptr && *parent != '\0' ? parent : "/tmp") +
-            "/kavdata-check-XXXXXX";
-    if (::mkdtemp(path_.data()) == nullptr) fail("cannot write " + escaped(path_), errno);
+    const std::string in = parent != nullptr && *parent != '\0' ? parent : "/tmp";
+    path_ = in + "/kavdata-check-XXXXXX";
+    if (::mkdtemp(path_.data()) == nullptr) {
+      path_.clear();
+      fail("cannot unpack it in " + escaped(in), errno);
+    }
   }
   kav_scratch(const kav_scratch&) = delete;
   kav_scratch& operator=(const kav_scratch&) = delete;
   ~kav_scratch() {
+    if (path_.empty()) return;
     try {
       remove_tree(path_);
     } catch (const kav_failure& failure) {
