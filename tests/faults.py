@@ -18,14 +18,17 @@ STARTS = ("a switch between downloads that corrects the local time link",
           "a download in use older than the system's is refused",
           "a local time link into the older location is corrected",
           "stage copies a data set whole", "after an interrupted switch, stage replaces",
-          "clean deletes what no link names", "after an interrupted switch, clean keeps")
+          "clean deletes what no link names", "after an interrupted switch, clean keeps",
+          "with a key trusted, stage takes an archive")
 CALLS = ("openat", "read", "write", "close", "unlink", "rmdir", "mkdir", "symlink", "readlink",
          "rename", "renameat2", "access", "fstat", "newfstatat", "getdents64", "fchdir",
-         "fcntl", "fsync", "fchmod", "fchown", "fchownat", "flock", "statfs")
+         "fcntl", "fsync", "fchmod", "fchown", "fchownat", "flock", "statfs", "mkdirat",
+         "symlinkat", "syncfs", "fstatfs", "chmod")
 # One plausible error each; a failed exchange of two names makes stage take
 # its way for file systems that cannot swap them.
 ERROR = dict.fromkeys(CALLS, "EIO") | {"openat": "EACCES", "unlink": "EROFS", "rmdir": "EROFS",
                                        "symlink": "ENOSPC", "write": "ENOSPC", "mkdir": "ENOSPC",
+                                       "mkdirat": "ENOSPC", "symlinkat": "ENOSPC",
                                        "renameat2": "EINVAL", "flock": "ENOLCK"}
 TZ = image_builder.TZ
 ZONEINFO, ICUTZ, LOCALTIME = TZ + "zoneinfo", "/var/db/icutz", TZ + "localtime"
@@ -35,7 +38,8 @@ DEFAULT_LOCALTIME = "-> " + ZONEINFO + "/America/Los_Angeles"
 EXITING = re.compile(rb"kavsetup: Unable to (prepare time zone directories|"
                      rb"reset to system partition|reset localtime link); exiting: ")
 # A kill before any other call leaves the files as one before the next of these.
-CHANGES = re.compile(r"(write|unlink|rmdir|mkdir|symlink|rename|renameat2|fchmod|fchown|fchownat)\(|"
+CHANGES = re.compile(r"(write|unlink|rmdir|mkdir|mkdirat|symlink|symlinkat|rename|renameat2|chmod|"
+                     r"fchmod|fchown|fchownat)\(|"
                      r"openat\(.*O_(CREAT|TRUNC)")
 LEFTOVER = re.compile(re.escape(TZ) + r"(tz/\.staging-[^/]*|\.tz_latest\.staging)$")
 
@@ -59,7 +63,7 @@ def program_calls(log, name):
 def traced(image, program, run, umask, injection):
     with tempfile.NamedTemporaryFile("r") as log:
         status, out, err = image.run(program, run.argv[1:], ["strace", "-o", log.name, *injection],
-                                     umask)
+                                     umask, stdin=run.stdin)
         return status, out, err, log.read()
 
 
@@ -99,7 +103,7 @@ class Start:
             _, _, _, log = traced(image, self.program, self.run, row.umask, [])
             self.faults = program_calls(log, self.run.argv[0])
             self.after = image.state()
-            image.run(self.program, self.run.argv[1:], umask=row.umask)
+            image.run(self.program, self.run.argv[1:], umask=row.umask, stdin=self.run.stdin)
             self.settled = not self.kavdata or image.state() == self.after
 
     def known(self, state):
@@ -151,7 +155,8 @@ def check(start, call, n, action):
                              if LEFTOVER.match(path)]
         final = start.known(interrupted)
         if final is None:
-            status, out, _ = image.run(start.program, start.run.argv[1:], umask=umask)
+            status, out, _ = image.run(start.program, start.run.argv[1:], umask=umask,
+                                       stdin=start.run.stdin)
             if status:
                 problems.append(f"run again, it ended with status {status}")
             final = image.state()
@@ -195,6 +200,7 @@ def serialized(kavdata, device, rows):
 def main(kavsetup, kavdata, rows_path):
     device, rows = read_rows(rows_path)
     programs = {"kavsetup": kavsetup, "kavdata": kavdata}
+    os.environ["KAVDATA"] = os.path.abspath(kavdata)  # the image builder's "pack"
     failures, tried = [], {}
     with concurrent.futures.ThreadPoolExecutor(2 * os.cpu_count()) as pool:
         for row in (r for r in rows if r.name.startswith(STARTS)):
