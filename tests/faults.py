@@ -179,7 +179,7 @@ def serialized(kavdata, device, rows):
     with Image(device + row.tree) as image:
         slow = subprocess.Popen(image.command(kavdata, stage, ["strace", "-o", "/dev/null", "-e",
                                                                "inject=rename:delay_enter=1s"]),
-                                stdout=subprocess.DEVNULL)
+                                stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         for _ in range(100):  # until the stage holds the lock
             time.sleep(0.1)
             if os.path.exists(image.root + LOCK):
