@@ -22,11 +22,12 @@ STARTS = ("a switch between downloads that corrects the local time link",
           "a download in use older than the system's is refused",
           "a local time link into the older location is corrected",
           "stage copies a data set whole", "after an interrupted switch, stage replaces",
-          "clean deletes what no link names", "after an interrupted switch, clean keeps")
+          "clean deletes what no link names", "after an interrupted switch, clean keeps",
+          "with a key trusted, stage takes an archive")
 CALLS = ("openat", "read", "write", "close", "unlink", "unlinkat", "rmdir", "mkdir", "mkdirat",
          "symlink", "symlinkat", "readlink", "readlinkat", "rename", "renameat", "renameat2",
          "access", "faccessat", "fstat", "newfstatat", "statx", "getdents64", "fchdir", "fcntl",
-         "fsync", "syncfs", "fchmod", "fchmodat", "fchown", "fchownat", "flock", "statfs",
+         "fsync", "syncfs", "chmod", "fchmod", "fchmodat", "fchown", "fchownat", "flock", "statfs",
          "fstatfs")
 # One plausible error each; a failed exchange of two names makes stage take
 # its way for file systems that cannot swap them.
@@ -43,7 +44,7 @@ EXITING = re.compile(rb"kavsetup: Unable to (prepare time zone directories|"
                      rb"reset to system partition|reset localtime link); exiting: ")
 # A kill before any other call leaves the files as one before the next of these.
 CHANGES = re.compile(r"(write|unlinkat|unlink|rmdir|mkdirat|mkdir|symlinkat|symlink|renameat2|"
-                     r"renameat|rename|fchmodat|fchmod|fchownat|fchown)\(|"
+                     r"renameat|rename|chmod|fchmodat|fchmod|fchownat|fchown)\(|"
                      r"openat\(.*O_(CREAT|TRUNC)")
 LEFTOVER = re.compile(re.escape(TZ) + r"(tz/\.(staging|replaced)-[^/]*|\.tz_latest\.staging)$")
 SETS = TZ + "tz"
@@ -79,7 +80,7 @@ def program_calls(log, name):
 def traced(image, program, run, umask, injection):
     with tempfile.NamedTemporaryFile("r") as log:
         status, out, err = image.run(program, run.argv[1:], ["strace", "-o", log.name, *injection],
-                                     umask)
+                                     umask, stdin=run.stdin)
         return status, out, err, log.read()
 
 
@@ -260,7 +261,7 @@ class Start:
             self.faults = program_calls(log, self.run.argv[0])
             self.order = order(log, os.path.realpath(image.root)) if self.kavdata else []
             self.after = image.state()
-            image.run(self.program, self.run.argv[1:], umask=row.umask)
+            image.run(self.program, self.run.argv[1:], umask=row.umask, stdin=self.run.stdin)
             self.settled = not self.kavdata or image.state() == self.after
 
     def known(self, state):
@@ -320,7 +321,8 @@ def check(start, call, n, action, expected):
                                  f"left {path} behind".encode() in line for line in err)]
         final = start.known(interrupted)
         if final is None:
-            status, out, _ = image.run(start.program, start.run.argv[1:], umask=umask)
+            status, out, _ = image.run(start.program, start.run.argv[1:], umask=umask,
+                                       stdin=start.run.stdin)
             if status:
                 problems.append(f"run again, it ended with status {status}")
             final = image.state()
@@ -385,6 +387,7 @@ def main(kavsetup, kavdata, rows_path):
     pinned = tempfile.TemporaryDirectory()
     programs = {name: shutil.copy2(path, os.path.join(pinned.name, name))
                 for name, path in (("kavsetup", kavsetup), ("kavdata", kavdata))}
+    os.environ["KAVDATA"] = programs["kavdata"]  # the image builder's "pack"
     failures, tried = [], {}
     with concurrent.futures.ThreadPoolExecutor(2 * os.cpu_count()) as pool:
         for row in (r for r in rows if r.name.startswith(STARTS)):

@@ -5,7 +5,8 @@ A file of rows is blocks parted by blank lines. The first block is the device
 every row starts from; each later block is one row: its "# " lines name it,
 its other lines add image entries (tools/make-image), and
   $ COMMAND ...   runs kavsetup or kavdata with arguments ("$ nobody COMMAND"
-                  as the user nobody, which needs root); the lines below it
+                  as the user nobody, which needs root; "< PATH" at its end
+                  reads the image's PATH on standard input); the lines below it
                   up to the next "$" are about that run. A row without "$"
                   runs kavsetup, after "kavdata show", whose Next* values must
                   then be what the start leaves, and which must change nothing;
@@ -45,6 +46,8 @@ class Run:
     def __init__(self, argv):
         self.user = argv[:1] == ["nobody"]
         self.argv, self.out, self.err, self.status = argv[self.user:], [], [], 0
+        self.stdin = self.argv[-1] if self.argv[-2:-1] == ["<"] else None
+        self.argv = self.argv[:-2] if self.stdin else self.argv
 
 
 class Row:
@@ -92,12 +95,13 @@ class Image:
         return [TOOLS + "/run-in-root", *options, *["--user"][:user], self.root, program,
                 *arguments]
 
-    def run(self, program, arguments=(), wrapper=(), umask=0o22, user=False):
-        """Runs PROGRAM in the image, as root or as the user nobody; returns
-        (status, stdout lines, stderr lines)."""
+    def run(self, program, arguments=(), wrapper=(), umask=0o22, user=False, stdin=None):
+        """Runs PROGRAM in the image, as root or as the user nobody, reading
+        the image's file STDIN; returns (status, stdout lines, stderr lines)."""
         try:
-            done = subprocess.run(self.command(program, arguments, wrapper, user),
-                                  capture_output=True, umask=umask, timeout=60)
+            with open(self.root + stdin if stdin else os.devnull, "rb") as given:
+                done = subprocess.run(self.command(program, arguments, wrapper, user),
+                                      stdin=given, capture_output=True, umask=umask, timeout=60)
         except subprocess.TimeoutExpired:
             return "none: still running after 60 s", [], []
         err = done.stderr.splitlines()
@@ -166,13 +170,13 @@ def unprintable(argv, out):
             if argv[:2] == ["kavdata", "show"] and re.search(rb"[^\x20-\x7e]", line)]
 
 
-def run_both_ways(image, program, argv, umask, user=False):
+def run_both_ways(image, program, argv, umask, user=False, stdin=None):
     """Runs a command; a read-only one of kavdata's is run again as an
     ordinary user. Returns what it got and the problems."""
-    got = image.run(program, argv[1:], umask=umask, user=user)
+    got = image.run(program, argv[1:], umask=umask, user=user, stdin=stdin)
     if user or not (AS_USER and argv[0] == "kavdata" and argv[1:2] and argv[1] in READ_ONLY):
         return got, []
-    as_user = image.run(program, argv[1:], umask=umask, user=True)
+    as_user = image.run(program, argv[1:], umask=umask, user=True, stdin=stdin)
     return got, [] if as_user == got else [f"as nobody, $ {shlex.join(argv)}: " +
                                            outcome(*as_user)]
 
@@ -191,7 +195,7 @@ def check(programs, device, row):
             problems += [f"kavdata show changed {d}" for d in differences(image.state(), before)]
         for run in row.runs:
             (status, out, err), as_user = run_both_ways(image, programs[run.argv[0]], run.argv,
-                                                        row.umask, run.user)
+                                                        row.umask, run.user, run.stdin)
             problems += as_user + unprintable(run.argv, out)
             if (status, out, err) != (run.status, run.out, run.err):
                 problems.append(f"$ {shlex.join(run.argv)}: " + outcome(status, out, err))
@@ -210,6 +214,7 @@ def main(kavsetup, kavdata, path):
     rows = [row for row in rows if AS_USER or not (any(run.user for run in row.runs) or
                                                    any(re.search(r"(^|;)\s*own ", l) for l in row.tree))]
     programs = {"kavsetup": kavsetup, "kavdata": kavdata}
+    os.environ["KAVDATA"] = os.path.abspath(kavdata)  # the image builder's "pack"
     # The threads mostly wait for the programs they start.
     with concurrent.futures.ThreadPoolExecutor(4 * os.cpu_count()) as pool:
         results = list(pool.map(lambda row: check(programs, device, row), rows))

@@ -22,6 +22,7 @@
 #include "kavdata/device.h"
 #include "kavdata/failure.h"
 #include "kavdata/identity.h"
+#include "kavdata/inside.h"
 #include "kavdata/muted_warnings.h"
 #include "kavdata/next_start.h"
 #include "kavdata/words.h"
@@ -40,24 +41,6 @@ constexpr std::size_t version_word_bound = 4096;
 bool zone_file_name(std::string_view name) {
   return !name.empty() && name[0] != '+' && name.find('.') == std::string_view::npos &&
          name != "leapseconds" && name != "SECURITY";
-}
-
-// Whether a link at `location`, relative to the data set's top, holding
-// `target`, leads to a place inside the data set wherever it is staged.
-bool stays_inside(std::string_view location, std::string_view target) {
-  if (target.empty() || target[0] == '/') return false;
-  std::size_t depth = static_cast<std::size_t>(std::count(location.begin(), location.end(), '/'));
-  while (!target.empty()) {
-    const std::string_view part = target.substr(0, target.find('/'));
-    target.remove_prefix(std::min(target.size(), part.size() + 1));
-    if (part == "..") {
-      if (depth == 0) return false;
-      --depth;
-    } else if (!part.empty() && part != ".") {
-      ++depth;
-    }
-  }
-  return true;
 }
 
 // Opens a file of the data set to read it: never through a link, never
@@ -97,6 +80,9 @@ bool almost_data_file_name(std::string name) {
          (name.size() >= 4 && name.compare(name.size() - 4, 4, ".dat") == 0);
 }
 
+// How much of a data set is judged.
+enum class kav_depth { layout, contents, whole };
+
 class kav_checker {
  public:
   kav_checker(std::string directory, std::string version_string, bool roots)
@@ -105,18 +91,19 @@ class kav_checker {
     check_.version_string = std::move(version_string);
   }
 
-  kav_check run(bool layout_only) {
+  kav_check run(kav_depth depth) {
     // Root reads nothing of a tree that another user can change under it.
     if (roots_ && shared_directory()) return std::move(check_);
     const bool named = check_name();
     const bool zoneinfo = has_directory("zoneinfo");
     const bool icutz = has_directory("icutz");
-    if (layout_only) return std::move(check_);
+    if (depth == kav_depth::layout) return std::move(check_);
     check_tree();
     const bool version_explained = zoneinfo && named && !check_version_file();
     const bool icu_explained = icutz && !check_icu_directory();
     // What a link leads to is not read at all.
-    if (named && !linked_) check_next_start(icu_explained, version_explained);
+    if (named && !linked_ && depth == kav_depth::whole)
+      check_next_start(icu_explained, version_explained);
     return std::move(check_);
   }
 
@@ -319,8 +306,8 @@ std::string directory_name(const std::string& directory) {
                           end - (start == std::string::npos ? 0 : start + 1) + 1);
 }
 
-// Judges `directory`, the whole of it or only its layout.
-kav_check judge(const std::string& directory, const std::string& as, bool layout_only) {
+// Judges `directory` as far as `depth`.
+kav_check judge(const std::string& directory, const std::string& as, kav_depth depth) {
   kav_check check;
   check.version_string = as.empty() ? directory_name(directory) : as;
   char resolved[PATH_MAX];
@@ -348,7 +335,7 @@ kav_check judge(const std::string& directory, const std::string& as, bool layout
   }
   const kav_muted_warnings muted;
   try {
-    return kav_checker(resolved, check.version_string, status.st_uid == 0).run(layout_only);
+    return kav_checker(resolved, check.version_string, status.st_uid == 0).run(depth);
   } catch (const std::bad_alloc&) {
     check.reasons.push_back("memory ran out");
     return check;
@@ -370,11 +357,15 @@ std::string version_name_problem(const std::string& name) {
 }
 
 kav_check check_data_set(const std::string& directory, const std::string& as) {
-  return judge(directory, as, false);
+  return judge(directory, as, kav_depth::whole);
+}
+
+kav_check check_contents(const std::string& directory, const std::string& as) {
+  return judge(directory, as, kav_depth::contents);
 }
 
 kav_check check_layout(const std::string& directory, const std::string& as) {
-  return judge(directory, as, true);
+  return judge(directory, as, kav_depth::layout);
 }
 
 int print_check(const kav_check& check) {

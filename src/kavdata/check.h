@@ -19,6 +19,10 @@ struct kav_check {
 // empty. Only reads.
 kav_check check_data_set(const std::string& directory, const std::string& as);
 
+// The data set alone, wherever it is to be staged: check_data_set's
+// judgement but the next start on this device's data.
+kav_check check_contents(const std::string& directory, const std::string& as);
+
 // Only what can be told before a copy is made: that `directory` is a
 // directory holding zoneinfo/ and icutz/, named by a version string.
 kav_check check_layout(const std::string& directory, const std::string& as);

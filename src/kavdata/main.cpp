@@ -5,11 +5,16 @@
 #include <cstdio>
 #include <cstring>
 #include <getopt.h>
+#include <initializer_list>
 #include <optional>
 #include <string>
+#include <sys/stat.h>
+#include <vector>
 
 #include "kavdata/check.h"
+#include "kavdata/check_archive.h"
 #include "kavdata/clean.h"
+#include "kavdata/pack.h"
 #include "kavdata/report.h"
 #include "kavdata/stage.h"
 
@@ -24,12 +29,17 @@ constexpr char usage_text[] =
     "Commands:\n"
     "  status                  the data sets, the links and the next start, for a person\n"
     "  show                    the same as NAME=VALUE lines, for scripts\n"
-    "  check [--as VERSION] DIR\n"
+    "  check [--as VERSION] [--signature SIG] DIR|FILE\n"
     "                          whether the next start would take the unpacked data set\n"
-    "                          DIR if it were staged as VERSION (default: DIR's name)\n"
-    "  stage [--as VERSION] DIR\n"
-    "                          as root: install DIR, if check takes it, and point\n"
-    "                          tz_latest at it\n"
+    "                          DIR, or the archive FILE (- for standard input), if it\n"
+    "                          were staged as VERSION (default: its name), and who\n"
+    "                          signed FILE (SIG, default FILE.minisig)\n"
+    "  stage [--as VERSION] [--signature SIG] DIR|FILE\n"
+    "                          as root: install DIR or FILE, if check takes it, and\n"
+    "                          point tz_latest at it\n"
+    "  pack [--as VERSION] [-o FILE] DIR\n"
+    "                          write the data set DIR as one archive, FILE (default:\n"
+    "                          VERSION.tar.zst; - for standard output), to be signed\n"
     "  latest VERSION|none     as root: point tz_latest at the staged data set VERSION,\n"
     "                          or at nothing\n"
     "  clean                   as root: delete the data sets that no link names\n"
@@ -49,22 +59,36 @@ int usage(const char* problem = nullptr, const std::string& argument = "") {
   return 0;
 }
 
-// Reads the options of argv: --help and --version, then `value`'s, whose
-// argument goes to `*value`. Returns -1 to go on with the arguments at
-// optind, or the exit status.
-int parse_options(int argc, char** argv, const option& value = {},
-                  std::optional<std::string>* argument = nullptr) {
-  const option options[] = {{"help", no_argument, nullptr, 'h'},
-                            {"version", no_argument, nullptr, 'V'}, value, {}};
+// An option with an argument, which goes to `*argument`.
+struct kav_value_option {
+  const char* name;
+  char letter;  // its short form, or 0
+  std::optional<std::string>* argument;
+};
+
+// Reads the options of argv: --help and --version, then `values`. Returns -1
+// to go on with the arguments at optind, or the exit status.
+int parse_options(int argc, char** argv, std::initializer_list<kav_value_option> values = {}) {
+  std::vector<option> options = {{"help", no_argument, nullptr, 'h'},
+                                 {"version", no_argument, nullptr, 'V'}};
+  // Options may follow the data set's name, but none may follow the command's.
+  std::string letters = values.size() == 0 ? "+:h" : ":h";
+  int code = 256;
+  for (const kav_value_option& value : values) {
+    options.push_back({value.name, required_argument, nullptr, value.letter ? value.letter : code++});
+    if (value.letter) letters += std::string(1, value.letter) + ":";
+  }
+  options.push_back({});
   opterr = 0;
-  optind = 1;
-  for (int found; (found = getopt_long(argc, argv, "+:h", options, nullptr)) != -1;) {
+  optind = 0;  // glibc starts afresh, with this call's ordering rule
+  for (int found; (found = getopt_long(argc, argv, letters.c_str(), options.data(), nullptr)) != -1;) {
     if (found == 'h') return usage();
     if (found == 'V') return std::puts("kavdata " KAVSETUP_VERSION) < 0;
     if (found == ':') return usage("option requires an argument:", argv[optind - 1]);
     if (found == '?' && optopt != 0) return usage("invalid option --", std::string(1, optopt));
     if (found == '?') return usage("unrecognized option", argv[optind - 1]);
-    *argument = optarg;
+    for (std::size_t i = 2; i + 1 < options.size(); ++i)
+      if (options[i].val == found) *values.begin()[i - 2].argument = optarg;
   }
   return -1;
 }
@@ -85,25 +109,36 @@ int show_command(int argc, char** argv) {
   return report_command(argc, argv, kav::print_properties);
 }
 
-// Runs `command` on the one directory that argv names, with --as.
-int directory_command(int argc, char** argv, int (*command)(const std::string&, const std::string&)) {
-  std::optional<std::string> as;
-  if (const int status = parse_options(argc, argv, {"as", required_argument, nullptr, 'a'}, &as);
-      status >= 0)
+// Runs `command` on the one directory or file that argv names, with --as,
+// --signature and, for `output`, -o.
+int source_command(int argc, char** argv,
+                   int (*command)(const std::string&, const std::string&, const std::string&),
+                   bool output = false) {
+  std::optional<std::string> as, other;
+  if (const int status = parse_options(argc, argv, {{"as", 0, &as}, output ? kav_value_option{
+      "output", 'o', &other} : kav_value_option{"signature", 0, &other}}); status >= 0)
     return status;
-  if (argc - optind != 1) return usage("give one directory");
+  if (argc - optind != 1) return usage(output ? "give one directory" : "give one directory or file");
   if (as && as->empty()) return usage("an empty version given to", "--as");
-  return command(argv[optind], as.value_or(""));
+  return command(argv[optind], as.value_or(""), other.value_or(""));
 }
 
 int check_command(int argc, char** argv) {
-  return directory_command(argc, argv, [](const std::string& directory, const std::string& as) {
-    return kav::print_check(kav::check_data_set(directory, as));
+  return source_command(argc, argv, [](const std::string& source, const std::string& as,
+                                       const std::string& signature) {
+    struct stat status;
+    if (source == "-" || (::stat(source.c_str(), &status) == 0 && !S_ISDIR(status.st_mode)))
+      return kav::check_archive(source, as, signature);
+    return kav::print_check(kav::check_data_set(source, as));
   });
 }
 
 int stage_command(int argc, char** argv) {
-  return directory_command(argc, argv, kav::stage_data_set);
+  return source_command(argc, argv, kav::stage_data_set);
+}
+
+int pack_command(int argc, char** argv) {
+  return source_command(argc, argv, kav::pack_data_set, true);
 }
 
 int latest_command(int argc, char** argv) {
@@ -125,7 +160,8 @@ struct kav_command {
 
 constexpr kav_command commands[] = {{"status", status_command}, {"show", show_command},
                                     {"check", check_command},   {"stage", stage_command},
-                                    {"latest", latest_command}, {"clean", clean_command}};
+                                    {"pack", pack_command},     {"latest", latest_command},
+                                    {"clean", clean_command}};
 
 }  // namespace
 

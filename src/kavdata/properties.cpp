@@ -55,6 +55,7 @@ void print_properties(const kav_report& report) {
   property("NextExitStatus", std::to_string(next.exit_status));
   property("LocalZoneExists", yes_no(next.local_zone_exists));
   property("Obstacle", next.obstacle);
+  property("TrustedKeys", report.keys.ids());
   for (const kav_data_set_dir& dir : report.data_sets) {
     property("DataSet", roles_text(dir, false) + " " + std::to_string(dir.size) + " " + dir.name);
   }

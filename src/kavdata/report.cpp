@@ -10,6 +10,7 @@ kav_report gather_report() {
   report.device = read_device();
   report.next = predict_next_start(report.device);
   report.data_sets = list_data_sets(report.device, report.data_sets_error);
+  report.keys = trusted_keys();
   return report;
 }
 

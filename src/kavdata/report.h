@@ -6,6 +6,7 @@
 #include "kavdata/data_sets.h"
 #include "kavdata/device.h"
 #include "kavdata/next_start.h"
+#include "kavdata/signature.h"
 
 namespace kav {
 
@@ -15,6 +16,7 @@ struct kav_report {
   kav_next_start next;
   std::vector<kav_data_set_dir> data_sets;
   int data_sets_error = 0;
+  kav_keys keys;  // whose signatures stage requires
 };
 
 // Reads the device and plays its next start, muting the warnings of the

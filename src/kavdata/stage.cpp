@@ -13,14 +13,17 @@
 #include "fs/paths.h"
 #include "kavdata/check.h"
 #include "kavdata/device.h"
+#include "kavdata/archive.h"
 #include "kavdata/failure.h"
 #include "kavdata/handles.h"
 #include "kavdata/identity.h"
 #include "kavdata/lock.h"
 #include "kavdata/places.h"
+#include "kavdata/source.h"
 #include "kavdata/staging.h"
 #include "kavdata/tree_copy.h"
 #include "kavdata/tree_remove.h"
+#include "kavdata/trust.h"
 #include "kavdata/words.h"
 
 namespace kav {
@@ -230,7 +233,7 @@ std::string done_line(const char* what, const std::string& root, std::uint64_t b
 // tz_latest moves, a failure takes back all that was done; after it, the job
 // is done and the failure says so.
 void install(const kav_places& places, kav_staging_copy& copy, const std::string& name,
-             std::uint64_t bytes) {
+             std::uint64_t bytes, const kav_keys& keys) {
   const int updates = places.updates.get();
   const std::string root = paths::update_parent + name;
   struct stat existing;
@@ -247,6 +250,7 @@ void install(const kav_places& places, kav_staging_copy& copy, const std::string
     // The copy is judged, not the source: nobody else can change it.
     const kav_check verdict = check_data_set(copy.path(), name);
     if (!verdict.reasons.empty()) refuse(verdict.reasons);
+    if (!keys.required()) say(no_keys_words);
   }
   if (staged) {
     if (!named) point_latest_at(places, root);
@@ -277,14 +281,11 @@ void install(const kav_places& places, kav_staging_copy& copy, const std::string
   std::printf("%s\n", done_line(replacing ? "replaced" : "staged", root, bytes).c_str());
 }
 
-// Copies, judges and puts the data set in place; `copy` is left to the
-// caller to delete, whatever happens.
-void stage(const kav_places& places, const std::string& directory, const std::string& as,
-           std::optional<kav_staging_copy>& copy) {
-  for (const kav_leftover& leftover : settle_leftovers(places))
-    if (!leftover.failure.empty()) say(leftover.failure);
-  // Modes are given exactly, whatever the caller's umask.
-  ::umask(0);
+// Copies the directory source into `copy`; returns the version it is
+// staged as and the bytes of its files.
+std::pair<std::string, std::uint64_t> fill_from_directory(
+    const kav_places& places, const std::string& directory, const std::string& as,
+    std::optional<kav_staging_copy>& copy) {
   const kav_directory_source source = open_directory_source(directory, as);
   const kav_provider provider(source.status, escaped(directory).c_str());
   check_top(provider, source);
@@ -292,14 +293,50 @@ void stage(const kav_places& places, const std::string& directory, const std::st
   copy->seal();
   kav_copy_limits limits;
   limits.free_space = usable_space(places.updates.get());
-  const std::uint64_t bytes =
-      copy_tree(provider, source.fd.get(), directory, copy->fd(), copy->path(), limits);
-  install(places, *copy, source.name, bytes);
+  return {source.name,
+          copy_tree(provider, source.fd.get(), directory, copy->fd(), copy->path(), limits)};
+}
+
+// Unpacks the archive `file` ("-": standard input) straight into `copy`,
+// then checks its signature; returns the version it is staged as and the
+// bytes of its files.
+std::pair<std::string, std::uint64_t> fill_from_archive(
+    const kav_places& places, const std::string& file, const std::string& as,
+    const std::string& signature, const kav_keys& keys, std::optional<kav_staging_copy>& copy) {
+  if (!as.empty()) require_version_string(as);
+  const std::optional<std::string> signed_by = signature_for(file, signature);
+  if (keys.required() && !signed_by) throw kav_failure(judge_signature(signed_by, {}, keys).words);
+  const unique_fd input(open_source(file));
+  copy.emplace(places, "archive");
+  copy->seal();
+  const kav_unpacked unpacked = unpack_archive(input.get(), copy->fd());
+  const kav_signature_verdict verdict = judge_signature(signed_by, unpacked.digest, keys);
+  if (!verdict.good) throw kav_failure(verdict.words);
+  return {as.empty() ? unpacked.top : as, unpacked.bytes};
+}
+
+// Fills a copy from the source, judges it and puts it in place; `copy` is
+// left to the caller to delete, whatever happens.
+void stage(const kav_places& places, const std::string& source, const std::string& as,
+           const std::string& signature, std::optional<kav_staging_copy>& copy) {
+  for (const kav_leftover& leftover : settle_leftovers(places))
+    if (!leftover.failure.empty()) say(leftover.failure);
+  // Modes are given exactly, whatever the caller's umask.
+  ::umask(0);
+  const kav_keys keys = trusted_keys();
+  struct stat status;
+  const bool archive =
+      source == "-" || (::stat(source.c_str(), &status) == 0 && !S_ISDIR(status.st_mode));
+  if (!archive && keys.required()) throw kav_failure(unsigned_directory_words(source));
+  const auto [name, bytes] = archive
+                                 ? fill_from_archive(places, source, as, signature, keys, copy)
+                                 : fill_from_directory(places, source, as, copy);
+  install(places, *copy, name, bytes, keys);
 }
 
 }  // namespace
 
-int stage_data_set(const std::string& directory, const std::string& as) {
+int stage_data_set(const std::string& source, const std::string& as, const std::string& signature) {
   // Declared in this order, the copy goes first, under the lock.
   std::optional<kav_lock> lock;
   std::optional<kav_places> places;
@@ -308,7 +345,7 @@ int stage_data_set(const std::string& directory, const std::string& as) {
   try {
     lock.emplace(lock_for_change());
     places.emplace(open_places());
-    stage(*places, directory, as, copy);
+    stage(*places, source, as, signature, copy);
   } catch (const kav_failure& failure) {
     say(failure.what());
     status = 1;

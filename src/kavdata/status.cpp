@@ -158,6 +158,10 @@ void print_status(const kav_report& report) {
                              : shown(record.content)});
   block("Clean-up marker", {device.marker.type == kav_entry::absent ? "none" : "present"});
   block("Data sets", data_set_dir_lines(report));
+  std::vector<std::string> keys = report.keys.unusable;
+  keys.insert(keys.begin(), report.keys.keys.empty() ? "none: stage takes unsigned data"
+                                                     : report.keys.ids());
+  block("Trusted keys", keys);
 }
 
 }  // namespace kav
