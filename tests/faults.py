@@ -52,12 +52,14 @@ PID = re.compile(r"^\d+ +")
 
 
 def operand(line):
-    """The first argument of a call that strace -y wrote, and the string
-    after it, without what differs from run to run: the image's place, a
-    copy's random suffix, a pipe's number."""
-    first = re.match(r'(?:\d+ +)?\w+\(([^,)]*(?:, "(?:[^"\\]|\\.)*")?)', line)
+    """The first argument of a call that strace -y wrote, and for a call
+    relative to a directory the name after it, without what differs from run
+    to run: the image's place, a copy's random suffix, a pipe's number. (A
+    failed call shows no buffer it would have filled.)"""
+    first = re.match(r'(?:\d+ +)?\w+(?:(?<=at)|(?<=at2))\(([^,)]*(?:, "(?:[^"\\]|\\.)*")?)|'
+                     r'(?:\d+ +)?\w+\(([^,)]*)', line)
     return re.sub(r"/[^<>\"]*kavsetup-image-[^/>\"]*|(?<=\.staging-)([^/>\"]*)-\w{6}\b|(?<=:\[)\d+",
-                  lambda m: m[1] or "", first[1]) if first else ""
+                  lambda m: m[1] or "", first[1] or first[2]) if first else ""
 
 
 def program_calls(log, name):
