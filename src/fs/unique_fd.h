@@ -10,6 +10,15 @@ class unique_fd {
   explicit unique_fd(int fd) : fd_(fd) {}
   unique_fd(const unique_fd&) = delete;
   unique_fd& operator=(const unique_fd&) = delete;
+  unique_fd(unique_fd&& other) noexcept : fd_(other.fd_) { other.fd_ = -1; }
+  unique_fd& operator=(unique_fd&& other) noexcept {
+    if (this != &other) {
+      if (fd_ >= 0) ::close(fd_);
+      fd_ = other.fd_;
+      other.fd_ = -1;
+    }
+    return *this;
+  }
   ~unique_fd() {
     if (fd_ >= 0) ::close(fd_);
   }

@@ -97,18 +97,9 @@ class kav_checker {
   }
 
   bool check_name() {
-    const std::string name = escaped(check_.version_string);
-    try {
-      if (kav_version(check_.version_string) == kav_version()) {
-        reason(name + " is not a version string: name the directory by its version, or give one "
-                      "with --as");
-        return false;
-      }
-    } catch (const std::out_of_range&) {
-      reason(name + " has a number beyond 2147483647");
-      return false;
-    }
-    return true;
+    const std::string problem = version_name_problem(check_.version_string);
+    if (!problem.empty()) reason(problem);
+    return problem.empty();
   }
 
   bool has_directory(const char* name) {
@@ -267,6 +258,18 @@ kav_check judge(const std::string& directory, const std::string& as, bool layout
 }
 
 }  // namespace
+
+std::string version_name_problem(const std::string& name) {
+  const kav_muted_warnings muted;
+  try {
+    if (kav_version(name) == kav_version())
+      return escaped(name) +
+             " is not a version string: name the directory by its version, or give one with --as";
+  } catch (const std::out_of_range&) {
+    return escaped(name) + " has a number beyond 2147483647";
+  }
+  return {};
+}
 
 kav_check check_data_set(const std::string& directory, const std::string& as) {
   return judge(directory, as, false);

@@ -23,6 +23,9 @@ kav_check check_data_set(const std::string& directory, const std::string& as);
 // directory holding zoneinfo/ and icutz/, named by a version string.
 kav_check check_layout(const std::string& directory, const std::string& as);
 
+// Why `name` cannot name a data set, or empty when it is a version string.
+std::string version_name_problem(const std::string& name);
+
 // Prints the reasons one a line, or that the next start would take it;
 // returns the exit status, 1 when there are reasons.
 int print_check(const kav_check& check);

@@ -2,26 +2,32 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <fcntl.h>
 #include <set>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
-#include "dataset/update_root.h"
 #include "fs/paths.h"
 #include "kavdata/device.h"
 #include "kavdata/failure.h"
+#include "kavdata/handles.h"
 #include "kavdata/lock.h"
+#include "kavdata/places.h"
 #include "kavdata/staging.h"
-#include "kavdata/tree.h"
+#include "kavdata/tree_remove.h"
 #include "kavdata/words.h"
 
 namespace kav {
 namespace {
 
-bool leftover(const std::string& name) {
-  return name.rfind(staging::copy_prefix, 0) == 0 || name.rfind(staging::deleting_prefix, 0) == 0;
+void say(const std::string& line) {
+  std::fprintf(stderr, "%s: clean: %s\n", program_invocation_short_name, line.c_str());
+}
+
+void deleted(const std::string& name, std::uint64_t bytes) {
+  std::printf("deleted %s (%s)\n", escaped(name).c_str(), size_words(bytes).c_str());
 }
 
 // The directory under /var/db/timezone/tz/ that the link at `path` names, or
@@ -45,53 +51,70 @@ std::string named_by(const char* path, bool may_be_absent) {
   return name;
 }
 
-std::uint64_t remove_and_tell(const std::string& name, const std::string& path) {
-  const std::uint64_t size = remove_tree(path);
-  std::printf("deleted %s (%s)\n", escaped(name).c_str(), size_words(size).c_str());
-  return size;
+// Whether an entry of /var/db/timezone/tz/ is a data set out of use: a
+// directory that no link names. An entry that cannot be examined counts, so
+// that its deletion fails and says why.
+bool out_of_use(const kav_places& places, const std::set<std::string>& kept,
+                const std::string& name) {
+  struct stat status;
+  return kept.count(name) == 0 && !leftover_name(name) &&
+         (::fstatat(places.updates.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
+          S_ISDIR(status.st_mode));
 }
 
-void clean() {
+// Deletes one data set: out of its version's name first, durably, so that
+// none is ever half deleted under that name. False, having said why, when it
+// stays.
+bool delete_data_set(const kav_places& places, const std::string& name, std::uint64_t& freed) {
+  const int updates = places.updates.get();
+  const std::string aside = staging::deleting_prefix + name;
+  try {
+    if (::renameat(updates, name.c_str(), updates, aside.c_str()) != 0)
+      fail("cannot rename " + escaped(paths::update_parent + name), errno);
+    sync_directory(updates, paths::update_parent);
+    const std::uint64_t bytes = remove_tree_at(updates, aside, paths::update_parent + aside);
+    deleted(name, bytes);
+    freed += bytes;
+    return true;
+  } catch (const kav_failure& failure) {
+    say(failure.what());
+    return false;
+  }
+}
+
+bool clean() {
   const kav_lock lock = lock_for_change();
   const std::set<std::string> kept = {named_by(paths::zoneinfo_link, false),
                                       named_by(paths::icutz_link, true),
                                       named_by(paths::latest_link, true)};
-  std::vector<std::string> out_of_use;
-  for (const std::string& name : directory_names(paths::update_parent)) {
-    struct stat status;
-    if (kept.count(name) == 0 && ::lstat((paths::update_parent + name).c_str(), &status) == 0 &&
-        S_ISDIR(status.st_mode))
-      out_of_use.push_back(name);
-  }
-  // Leftovers of interrupted commands first, so that no rename below meets
-  // one; then each data set goes out of its version name before it is
-  // deleted, so that none is ever half deleted under that name.
+  const kav_places places = open_places();
   std::uint64_t freed = 0;
-  for (const std::string& name : out_of_use)
-    if (leftover(name)) freed += remove_and_tell(name, paths::update_parent + name);
-  for (const std::string& name : out_of_use) {
-    const std::string path = paths::update_parent + name;
-    if (!leftover(name) &&
-        ::rename(path.c_str(), (paths::update_parent + (staging::deleting_prefix + name)).c_str()) != 0)
-      fail("cannot rename " + path, errno);
+  bool whole = true;
+  // Leftovers of interrupted commands first, so that no rename below meets one.
+  for (const kav_leftover& leftover : settle_leftovers(places)) {
+    if (leftover.failure.empty()) deleted(leftover.name, leftover.bytes);
+    else say(leftover.failure);
+    whole = whole && leftover.failure.empty();
+    freed += leftover.bytes;
   }
-  sync_directory(paths::update_parent);
-  for (const std::string& name : out_of_use)
-    if (!leftover(name))
-      freed += remove_and_tell(name, paths::update_parent + (staging::deleting_prefix + name));
-  for (const char* path : {staging::next_latest, paths::needs_cleanup})
-    if (::unlink(path) != 0 && errno != ENOENT) fail(std::string("cannot delete ") + path, errno);
+  for (const std::string& name : names_in(places.updates.get(), paths::update_parent))
+    if (out_of_use(places, kept, name)) whole = delete_data_set(places, name, freed) && whole;
+  // The deletions are durable before the marker that asked for them goes:
+  // it goes only when nothing out of use is left.
+  sync_directory(places.updates.get(), paths::update_parent);
+  if (whole && ::unlink(paths::needs_cleanup) != 0 && errno != ENOENT)
+    fail(std::string("cannot delete ") + paths::needs_cleanup, errno);
   std::printf("freed %s\n", size_words(freed).c_str());
+  return whole;
 }
 
 }  // namespace
 
 int clean_data_sets() {
   try {
-    clean();
-    return 0;
+    return clean() ? 0 : 1;
   } catch (const kav_failure& failure) {
-    std::fprintf(stderr, "%s: clean: %s\n", program_invocation_short_name, failure.what());
+    say(failure.what());
     return 1;
   }
 }

@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -14,9 +13,24 @@
 #include "fs/paths.h"
 #include "kavdata/failure.h"
 #include "kavdata/staging.h"
+#include "kavdata/words.h"
 
 namespace kav {
 namespace {
+
+// " (COMMAND LINE)" of process `pid`, its arguments parted by spaces, at
+// most its first KiB, escaped: it is the holder's to choose; or empty.
+std::string command_line(int pid) {
+  const unique_fd fd(::open(("/proc/" + std::to_string(pid) + "/cmdline").c_str(),
+                            O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  char bytes[1024];
+  const ssize_t length = fd.valid() ? ::read(fd.get(), bytes, sizeof bytes) : -1;
+  if (length <= 0) return {};
+  std::string command(bytes, static_cast<std::size_t>(length));
+  while (!command.empty() && command.back() == '\0') command.pop_back();
+  for (char& c : command) c = c == '\0' ? ' ' : c;
+  return " (" + escaped(command) + ")";
+}
 
 // The process that holds the flock on the file `lock`, and its command line,
 // as /proc/locks and /proc/PID/cmdline tell; empty where they are not to be
@@ -31,11 +45,7 @@ std::string holder(const struct stat& lock) {
                     &minor_number, &inode) != 4 ||
         inode != lock.st_ino || makedev(major_number, minor_number) != lock.st_dev)
       continue;
-    std::ifstream command_line("/proc/" + std::to_string(pid) + "/cmdline");
-    std::string command(std::istreambuf_iterator<char>(command_line), {});
-    for (char& c : command) c = c == '\0' ? ' ' : c;
-    while (!command.empty() && command.back() == ' ') command.pop_back();
-    return "process " + std::to_string(pid) + (command.empty() ? "" : " (" + command + ")");
+    return "process " + std::to_string(pid) + command_line(pid);
   }
   return {};
 }

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <getopt.h>
+#include <optional>
 #include <string>
 
 #include "kavdata/check.h"
@@ -29,6 +30,8 @@ constexpr char usage_text[] =
     "  stage [--as VERSION] DIR\n"
     "                          as root: install DIR, if check takes it, and point\n"
     "                          tz_latest at it\n"
+    "  latest VERSION|none     as root: point tz_latest at the staged data set VERSION,\n"
+    "                          or at nothing\n"
     "  clean                   as root: delete the data sets that no link names\n"
     "\n"
     "status and show exit 1 when the next start will refuse or reset something or\n"
@@ -49,7 +52,8 @@ int usage(const char* problem = nullptr, const std::string& argument = "") {
 // Reads the options of argv: --help and --version, then `value`'s, whose
 // argument goes to `*value`. Returns -1 to go on with the arguments at
 // optind, or the exit status.
-int parse_options(int argc, char** argv, const option& value = {}, std::string* argument = nullptr) {
+int parse_options(int argc, char** argv, const option& value = {},
+                  std::optional<std::string>* argument = nullptr) {
   const option options[] = {{"help", no_argument, nullptr, 'h'},
                             {"version", no_argument, nullptr, 'V'}, value, {}};
   opterr = 0;
@@ -83,12 +87,13 @@ int show_command(int argc, char** argv) {
 
 // Runs `command` on the one directory that argv names, with --as.
 int directory_command(int argc, char** argv, int (*command)(const std::string&, const std::string&)) {
-  std::string as;
+  std::optional<std::string> as;
   if (const int status = parse_options(argc, argv, {"as", required_argument, nullptr, 'a'}, &as);
       status >= 0)
     return status;
   if (argc - optind != 1) return usage("give one directory");
-  return command(argv[optind], as);
+  if (as && as->empty()) return usage("an empty version given to", "--as");
+  return command(argv[optind], as.value_or(""));
 }
 
 int check_command(int argc, char** argv) {
@@ -99,6 +104,12 @@ int check_command(int argc, char** argv) {
 
 int stage_command(int argc, char** argv) {
   return directory_command(argc, argv, kav::stage_data_set);
+}
+
+int latest_command(int argc, char** argv) {
+  if (const int status = parse_options(argc, argv); status >= 0) return status;
+  if (argc - optind != 1) return usage("give one version, or none");
+  return kav::point_latest(argv[optind]);
 }
 
 int clean_command(int argc, char** argv) {
@@ -114,7 +125,7 @@ struct kav_command {
 
 constexpr kav_command commands[] = {{"status", status_command}, {"show", show_command},
                                     {"check", check_command},   {"stage", stage_command},
-                                    {"clean", clean_command}};
+                                    {"latest", latest_command}, {"clean", clean_command}};
 
 }  // namespace
 

@@ -1,55 +1,153 @@
 #include "kavdata/stage.h"
 
 #include <cerrno>
+#include <climits>
+#include <cstring>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
 #include <optional>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "fs/paths.h"
 #include "kavdata/check.h"
 #include "kavdata/device.h"
 #include "kavdata/failure.h"
+#include "kavdata/handles.h"
+#include "kavdata/identity.h"
 #include "kavdata/lock.h"
+#include "kavdata/places.h"
 #include "kavdata/staging.h"
-#include "kavdata/tree.h"
+#include "kavdata/tree_copy.h"
+#include "kavdata/tree_remove.h"
 #include "kavdata/words.h"
 
 namespace kav {
 namespace {
 
-// A copy in the making, deleted unless it is handed on.
+void say(const std::string& line) {
+  std::fprintf(stderr, "%s: stage: %s\n", program_invocation_short_name, line.c_str());
+}
+
+// A copy in the making under a name that is no version, closed to others
+// until it is judged. After a replacement, its name holds the data replaced.
 class kav_staging_copy {
  public:
-  explicit kav_staging_copy(const std::string& name)
-      : path_(paths::update_parent + (staging::copy_prefix + name) + "-XXXXXX") {
-    if (::mkdtemp(path_.data()) == nullptr) fail("cannot write " + path_, errno);
+  kav_staging_copy(const kav_places& places, const std::string& hint) : places_(places) {
+    std::string path = paths::update_parent + (staging::copy_prefix + hint) + "-XXXXXX";
+    if (::mkdtemp(path.data()) == nullptr) fail("cannot write " + escaped(path), errno);
+    name_ = path.substr(std::string_view(paths::update_parent).size());
+    fd_ = unique_fd(open_directory_at(places.updates.get(), name_.c_str()));
+    if (!fd_.valid() || ::fchown(fd_.get(), 0, 0) != 0 || ::fchmod(fd_.get(), 0700) != 0)
+      fail("cannot write " + escaped(path), errno);
   }
-  kav_staging_copy(const kav_staging_copy&) = delete;
-  kav_staging_copy& operator=(const kav_staging_copy&) = delete;
-  ~kav_staging_copy() {
-    if (path_.empty()) return;
+
+  const std::string& name() const { return name_; }
+  std::string path() const { return paths::update_parent + name_; }
+  int fd() const { return fd_.get(); }
+  // The copy now stands under the version's name; `aside` holds what it
+  // replaced, if anything.
+  void moved(const std::string& aside) { name_ = aside; }
+
+  // Deletes what stands under the copy's name; a line naming what is left
+  // behind, or empty.
+  std::string remove() {
+    if (name_.empty()) return {};
     try {
-      remove_tree(path_);
-    } catch (const kav_failure&) {
-      // A leftover, which the next stage or clean deletes.
+      remove_tree_at(places_.updates.get(), name_, path());
+      name_.clear();
+      return {};
+    } catch (const kav_failure& failure) {
+      return "left " + escaped(path()) + " behind (" + failure.what() +
+             "); the next stage or clean deletes it";
     }
   }
 
-  const std::string& path() const { return path_; }
-  void handed_on() { path_.clear(); }
-
  private:
-  std::string path_;
+  const kav_places& places_;
+  std::string name_;
+  unique_fd fd_{-1};
 };
 
-// Deletes what an interrupted stage left: copies, and tz_latest's new link.
-void remove_leftovers() {
-  for (const std::string& name : directory_names(paths::update_parent))
-    if (name.rfind(staging::copy_prefix, 0) == 0) remove_tree(paths::update_parent + name);
-  if (::unlink(staging::next_latest) != 0 && errno != ENOENT)
-    fail(std::string("cannot delete ") + staging::next_latest, errno);
+// The data set in place under its version's name, and how to take it back.
+class kav_placement {
+ public:
+  kav_placement(const kav_places& places, kav_staging_copy& copy, const std::string& name)
+      : places_(places), copy_(copy), name_(name), staging_name_(copy.name()) {}
+
+  // Renames the copy to `name`; swaps it with what stands there, atomically
+  // where the file system can swap two names.
+  void put(bool replacing) {
+    const int updates = places_.updates.get();
+    const char* const copy = copy_.name().c_str();
+    if (!replacing) {
+      if (::renameat(updates, copy, updates, name_.c_str()) != 0) cannot(errno);
+      how_ = renamed;
+    } else if (::renameat2(updates, copy, updates, name_.c_str(), RENAME_EXCHANGE) == 0) {
+      how_ = exchanged;
+    } else {
+      if (errno != EINVAL) cannot(errno);
+      aside_ = staging::replaced_prefix + name_;
+      if (::renameat(updates, name_.c_str(), updates, aside_.c_str()) != 0) cannot(errno);
+      if (::renameat(updates, copy, updates, name_.c_str()) != 0) {
+        const int error = errno;
+        ::renameat(updates, aside_.c_str(), updates, name_.c_str());
+        cannot(error);
+      }
+      how_ = moved_aside;
+    }
+    copy_.moved(how_ == renamed ? std::string() : how_ == exchanged ? copy_.name() : aside_);
+  }
+
+  // Puts back what stood under `name`; the copy is under its own name again.
+  std::string undo() {
+    const int updates = places_.updates.get();
+    const char* const copy = staging_name_.c_str();
+    bool undone = false;
+    if (how_ == renamed) {
+      undone = ::renameat(updates, name_.c_str(), updates, copy) == 0;
+    } else if (how_ == exchanged) {
+      undone = ::renameat2(updates, copy, updates, name_.c_str(), RENAME_EXCHANGE) == 0;
+    } else {
+      undone = ::renameat(updates, name_.c_str(), updates, copy) == 0 &&
+               ::renameat(updates, aside_.c_str(), updates, name_.c_str()) == 0;
+    }
+    if (undone) copy_.moved(staging_name_);
+    return undone ? std::string() : "; " + escaped(paths::update_parent + name_) +
+                                        " stays as staged: " + error_words(errno);
+  }
+
+ private:
+  [[noreturn]] void cannot(int error) const {
+    fail("cannot write " + escaped(paths::update_parent + name_), error);
+  }
+
+  enum { none, renamed, exchanged, moved_aside } how_ = none;
+  const kav_places& places_;
+  kav_staging_copy& copy_;
+  const std::string name_;
+  const std::string staging_name_;
+  std::string aside_;
+};
+
+// Makes tz_latest name `root`: a new link under another name, renamed over.
+void make_next_latest(const kav_places& places, const std::string& root) {
+  if (::symlinkat(root.c_str(), places.timezone.get(), staging::next_latest_name) != 0)
+    fail("cannot write " + std::string(staging::next_latest), errno);
+}
+
+void move_latest(const kav_places& places) {
+  if (::renameat(places.timezone.get(), staging::next_latest_name, places.timezone.get(),
+                 staging::latest_name) != 0)
+    fail("cannot write " + std::string(paths::latest_link), errno);
+}
+
+// Points tz_latest at `root`, durably.
+void point_latest_at(const kav_places& places, const std::string& root) {
+  make_next_latest(places, root);
+  move_latest(places);
+  sync_directory(places.timezone.get(), paths::timezone_dir);
 }
 
 // Refuses to replace what the links use: the start would lose its data.
@@ -61,88 +159,174 @@ void refuse_if_used(const std::string& name) {
                       " and differs: it cannot be replaced");
 }
 
-// Puts the whole copy in place of `root`, atomically where the file system
-// can swap two names; the replaced data is left at the copy's name.
-void put_in_place(kav_staging_copy& copy, const std::string& root, bool replacing) {
-  const char* const from = copy.path().c_str();
-  if (!replacing) {
-    if (::rename(from, root.c_str()) != 0) fail("cannot write " + root, errno);
-    copy.handed_on();
-  } else if (::renameat2(AT_FDCWD, from, AT_FDCWD, root.c_str(), RENAME_EXCHANGE) != 0) {
-    if (errno != EINVAL) fail("cannot write " + root, errno);
-    // No swap here: move the old data aside under a name that is no version.
-    const std::string aside = copy.path() + "-old";
-    if (::rename(root.c_str(), aside.c_str()) != 0 || ::rename(from, root.c_str()) != 0)
-      fail("cannot write " + root, errno);
-    copy.handed_on();
-    remove_tree(aside);
-  }
-  sync_directory(paths::update_parent);
-}
-
-// Makes tz_latest name `root`: a new link under another name, renamed over.
-void point_latest_at(const std::string& root) {
-  if (::symlink(root.c_str(), staging::next_latest) != 0)
-    fail(std::string("cannot write ") + staging::next_latest, errno);
-  if (::rename(staging::next_latest, paths::latest_link) != 0) {
-    const int error = errno;
-    ::unlink(staging::next_latest);
-    fail(std::string("cannot write ") + paths::latest_link, error);
-  }
-  sync_directory(paths::timezone_dir);
-}
-
 // Says every reason but the last, which ends the command.
-[[noreturn]] void refuse(const kav_check& check) {
-  for (std::size_t i = 0; i + 1 < check.reasons.size(); ++i)
-    std::fprintf(stderr, "%s: stage: %s\n", program_invocation_short_name,
-                 check.reasons[i].c_str());
-  throw kav_failure(check.reasons.back());
+[[noreturn]] void refuse(const std::vector<std::string>& reasons) {
+  for (std::size_t i = 0; i + 1 < reasons.size(); ++i) say(reasons[i]);
+  throw kav_failure(reasons.back());
 }
 
-void stage(const std::string& directory, const std::string& as) {
-  const kav_lock lock = lock_for_change();
-  remove_leftovers();
-  const kav_check layout = check_layout(directory, as);
-  if (!layout.reasons.empty()) refuse(layout);
-  const std::string& name = layout.version_string;
+// The directory source, opened as root would open it (its path is root's
+// to choose), and read from then on as its owner.
+struct kav_directory_source {
+  std::string path;     // as given, for messages
+  std::string name;     // the version it is staged as
+  unique_fd fd{-1};
+  struct stat status {};
+};
+
+kav_directory_source open_directory_source(const std::string& path, const std::string& as) {
+  kav_directory_source source{path, as};
+  source.fd = unique_fd(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC));
+  if (!source.fd.valid()) {
+    if (errno == ENOENT) throw kav_failure(escaped(path) + " does not exist");
+    if (errno == ENOTDIR) throw kav_failure(escaped(path) + " is not a directory");
+    fail("cannot read " + escaped(path), errno);
+  }
+  if (::fstat(source.fd.get(), &source.status) != 0) fail("cannot read " + escaped(path), errno);
+  char resolved[PATH_MAX];
+  if (as.empty() && ::realpath(path.c_str(), resolved) != nullptr)
+    source.name = std::strrchr(resolved, '/') + 1;
+  const std::string problem = version_name_problem(source.name);
+  if (!problem.empty()) throw kav_failure(problem);
+  return source;
+}
+
+// The two directories a data set holds, looked for as its provider.
+void check_top(const kav_provider& provider, const kav_directory_source& source) {
+  for (const char* name : {"zoneinfo", "icutz"}) {
+    struct stat status;
+    const kav_provider::kav_acting as_provider(provider);
+    if (::fstatat(source.fd.get(), name, &status, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISDIR(status.st_mode))
+      throw kav_failure(std::string("it has no ") + name + "/ directory");
+  }
+}
+
+// What stage prints when it is done.
+std::string done_line(const char* what, const std::string& root, std::uint64_t bytes) {
+  return std::string(what) + " " + escaped(root) + " (" + size_words(bytes) + "); tz_latest names it now";
+}
+
+// Judges the copy and puts it in place as `name`, unless the very same data
+// set is there, and points tz_latest at it, durably: the copy before its rename, the rename before tz_latest moves,
+// tz_latest before the end. Until tz_latest moves, a failure takes back all
+// that was done; after it, the job is done and the failure says so.
+void install(const kav_places& places, kav_staging_copy& copy, const std::string& name,
+             std::uint64_t bytes) {
+  const int updates = places.updates.get();
   const std::string root = paths::update_parent + name;
-  const kav_entry existing = examine(root);
-  const bool staged = (existing.type == kav_entry::directory ||
-                       existing.type == kav_entry::empty_directory) &&
-                      same_staged(layout.directory, root);
-  if (staged && link_content(paths::latest_link) == root) {
-    std::printf("already staged: %s; tz_latest named it already\n", escaped(root).c_str());
+  struct stat existing;
+  const bool replacing = ::fstatat(updates, name.c_str(), &existing, AT_SYMLINK_NOFOLLOW) == 0;
+  if (!replacing && errno != ENOENT) fail("cannot read " + escaped(root), errno);
+  bool staged = false;
+  if (replacing && S_ISDIR(existing.st_mode)) {
+    const unique_fd in_place(open_directory_at(updates, name.c_str()));
+    staged = in_place.valid() && same_tree(copy.fd(), in_place.get());
+  }
+  const bool named = link_content(paths::latest_link) == root;
+  if (replacing && !staged) refuse_if_used(name);
+  if (!(staged && named)) {
+    // The copy is judged, not the source: nobody else can change it.
+    const kav_check verdict = check_data_set(copy.path(), name);
+    if (!verdict.reasons.empty()) refuse(verdict.reasons);
+  }
+  if (staged) {
+    if (!named) point_latest_at(places, root);
+    std::printf("already staged: %s; tz_latest %s\n", escaped(root).c_str(),
+                named ? "named it already" : "names it now");
     return;
   }
-  // The copy is judged, not the source: its files are readable by everyone.
-  std::optional<kav_staging_copy> copy;
-  std::uint64_t size = 0;
-  if (!staged) {
-    if (existing.type != kav_entry::absent) refuse_if_used(name);
-    copy.emplace(name);
-    size = copy_staged(layout.directory, copy->path());
+  if (::fchmod(copy.fd(), 0755) != 0 || ::syncfs(copy.fd()) != 0)
+    fail("cannot write " + escaped(copy.path()), errno);
+  make_next_latest(places, root);
+  try {
+    kav_placement placement(places, copy, name);
+    placement.put(replacing);
+    try {
+      sync_directory(updates, paths::update_parent);
+      move_latest(places);
+    } catch (const kav_failure& failure) {
+      throw kav_failure(failure.what() + placement.undo());
+    }
+  } catch (const kav_failure& failure) {
+    if (::unlinkat(places.timezone.get(), staging::next_latest_name, 0) == 0 || errno == ENOENT)
+      throw;
+    throw kav_failure(failure.what() + std::string("; left ") + staging::next_latest +
+                      " behind: " + error_words(errno));
   }
-  const kav_check verdict = check_data_set(copy ? copy->path() : root, name);
-  if (!verdict.reasons.empty()) refuse(verdict);
-  if (copy) put_in_place(*copy, root, existing.type != kav_entry::absent);
-  point_latest_at(root);
-  if (staged)
-    std::printf("already staged: %s; tz_latest names it now\n", escaped(root).c_str());
-  else
-    std::printf("%s %s (%s); tz_latest names it now\n",
-                existing.type == kav_entry::absent ? "staged" : "replaced", escaped(root).c_str(),
-                size_words(size).c_str());
+  try {
+    sync_directory(places.timezone.get(), paths::timezone_dir);
+  } catch (const kav_failure& failure) {
+    throw kav_failure(escaped(root) + " is staged and tz_latest names it, but " + failure.what());
+  }
+  std::printf("%s\n", done_line(replacing ? "replaced" : "staged", root, bytes).c_str());
+}
+
+// Copies, judges and puts the data set in place; `copy` is left to the
+// caller to delete, whatever happens.
+void stage(const kav_places& places, const std::string& directory, const std::string& as,
+           std::optional<kav_staging_copy>& copy) {
+  for (const kav_leftover& leftover : settle_leftovers(places))
+    if (!leftover.failure.empty()) say(leftover.failure);
+  // Modes are given exactly, whatever the caller's umask.
+  ::umask(0);
+  const kav_directory_source source = open_directory_source(directory, as);
+  const kav_provider provider(source.status, escaped(directory).c_str());
+  check_top(provider, source);
+  copy.emplace(places, source.name);
+  kav_copy_limits limits;
+  limits.free_space = usable_space(places.updates.get());
+  const std::uint64_t bytes =
+      copy_tree(provider, source.fd.get(), directory, copy->fd(), copy->path(), limits);
+  install(places, *copy, source.name, bytes);
 }
 
 }  // namespace
 
 int stage_data_set(const std::string& directory, const std::string& as) {
+  // Declared in this order, the copy goes first, under the lock.
+  std::optional<kav_lock> lock;
+  std::optional<kav_places> places;
+  std::optional<kav_staging_copy> copy;
+  int status = 0;
   try {
-    stage(directory, as);
+    lock.emplace(lock_for_change());
+    places.emplace(open_places());
+    stage(*places, directory, as, copy);
+  } catch (const kav_failure& failure) {
+    say(failure.what());
+    status = 1;
+  }
+  const std::string left = copy ? copy->remove() : std::string();
+  if (!left.empty()) {
+    say(left);
+    status = 1;
+  }
+  return status;
+}
+
+int point_latest(const std::string& version) {
+  try {
+    const kav_lock lock = lock_for_change();
+    const kav_places places = open_places();
+    if (version == "none") {
+      if (::unlinkat(places.timezone.get(), staging::latest_name, 0) != 0 && errno != ENOENT)
+        fail("cannot delete " + std::string(paths::latest_link), errno);
+      sync_directory(places.timezone.get(), paths::timezone_dir);
+      std::printf("tz_latest names nothing now\n");
+      return 0;
+    }
+    const std::string problem = version_name_problem(version);
+    if (!problem.empty()) throw kav_failure(problem);
+    const std::string root = paths::update_parent + version;
+    struct stat status;
+    if (::fstatat(places.updates.get(), version.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
+        !S_ISDIR(status.st_mode))
+      throw kav_failure(escaped(root) + " is no staged data set");
+    point_latest_at(places, root);
+    std::printf("tz_latest names %s now\n", escaped(root).c_str());
     return 0;
   } catch (const kav_failure& failure) {
-    std::fprintf(stderr, "%s: stage: %s\n", program_invocation_short_name, failure.what());
+    std::fprintf(stderr, "%s: latest: %s\n", program_invocation_short_name, failure.what());
     return 1;
   }
 }

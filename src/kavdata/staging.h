@@ -12,7 +12,13 @@ inline constexpr char lock_file[] = "/var/db/timezone/kavdata.lock";
 inline constexpr char copy_prefix[] = ".staging-";
 // A data set being deleted, renamed out of its version name first.
 inline constexpr char deleting_prefix[] = ".deleting-";
+// A data set that a stage replaces on a file system that cannot swap two
+// names, moved aside under this prefix; put back by the next stage or clean
+// when the replacement was interrupted before it took its place.
+inline constexpr char replaced_prefix[] = ".replaced-";
 // tz_latest's new link, made under this name and renamed over tz_latest.
 inline constexpr char next_latest[] = "/var/db/timezone/.tz_latest.staging";
+inline constexpr char next_latest_name[] = ".tz_latest.staging";
+inline constexpr char latest_name[] = "tz_latest";
 
 }  // namespace kav::staging
