@@ -147,8 +147,10 @@ def check(start, call, n, action):
         if start.kavdata:
             start.kept(interrupted, problems)
             if status == 1 and start.run.argv[1] == "stage":
+                # Only a leftover that cannot be deleted, and says so.
                 problems += [f"{path} is left behind" for path in interrupted
-                             if LEFTOVER.match(path)]
+                             if LEFTOVER.match(path) and not any(
+                                 f"left {path} behind".encode() in line for line in err)]
         final = start.known(interrupted)
         if final is None:
             status, out, _ = image.run(start.program, start.run.argv[1:], umask=umask)

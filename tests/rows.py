@@ -16,6 +16,7 @@ its other lines add image entries (tools/make-image), and
   status N        is the exit status wanted (default 0);
   => ENTRY        is how the device must differ after the last run;
   umask N         is the umask to run it under (default 022).
+Rows that give files to other users ("own") or run as nobody need root.
 Run as root, it runs kavdata's read-only commands again as an ordinary user,
 who must be told the same.
 Apart from the differences the row lists, every path under /var and
@@ -191,8 +192,9 @@ def check(programs, device, row):
 
 def main(kavsetup, kavdata, path):
     device, rows = read_rows(path)
-    # Only root can run a command as another user.
-    rows = [row for row in rows if AS_USER or not any(run.user for run in row.runs)]
+    # Only root can run a command as another user, or give a file to one.
+    rows = [row for row in rows if AS_USER or not (any(run.user for run in row.runs) or
+                                                   any(re.search(r"(^|;)\s*own ", l) for l in row.tree))]
     programs = {"kavsetup": kavsetup, "kavdata": kavdata}
     # The threads mostly wait for the programs they start.
     with concurrent.futures.ThreadPoolExecutor(4 * os.cpu_count()) as pool:

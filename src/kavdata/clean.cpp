@@ -52,14 +52,17 @@ std::string named_by(const char* path, bool may_be_absent) {
 }
 
 // Whether an entry of /var/db/timezone/tz/ is a data set out of use: a
-// directory that no link names. An entry that cannot be examined counts, so
-// that its deletion fails and says why.
+// directory that no link names, and no leftover. One that cannot be examined
+// is said to be out of use and stays, with the marker.
 bool out_of_use(const kav_places& places, const std::set<std::string>& kept,
-                const std::string& name) {
+                const std::string& name, bool& whole) {
+  if (kept.count(name) != 0 || leftover_name(name)) return false;
   struct stat status;
-  return kept.count(name) == 0 && !leftover_name(name) &&
-         (::fstatat(places.updates.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
-          S_ISDIR(status.st_mode));
+  if (::fstatat(places.updates.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0)
+    return S_ISDIR(status.st_mode);
+  say("cannot examine " + escaped(paths::update_parent + name) + ": " + error_words(errno));
+  whole = false;
+  return false;
 }
 
 // Deletes one data set: out of its version's name first, durably, so that
@@ -98,7 +101,7 @@ bool clean() {
     freed += leftover.bytes;
   }
   for (const std::string& name : names_in(places.updates.get(), paths::update_parent))
-    if (out_of_use(places, kept, name)) whole = delete_data_set(places, name, freed) && whole;
+    if (out_of_use(places, kept, name, whole)) whole = delete_data_set(places, name, freed) && whole;
   // The deletions are durable before the marker that asked for them goes:
   // it goes only when nothing out of use is left.
   sync_directory(places.updates.get(), paths::update_parent);

@@ -54,10 +54,12 @@ class kav_tree_copier {
   unique_fd open_judged(int source, const std::string& from, const char* name, int flags,
                         const struct stat& judged) const {
     unique_fd fd(provider_.open_at(source, name, flags | O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
-    if (!fd.valid()) fail("cannot read " + escaped(from), errno);
     struct stat status;
-    if (::fstat(fd.get(), &status) != 0) fail("cannot read " + escaped(from), errno);
-    if (!same_file(status, judged) || (status.st_mode & S_IFMT) != (judged.st_mode & S_IFMT))
+    if (!fd.valid() && errno != ELOOP && errno != ENOTDIR) fail("cannot read " + escaped(from), errno);
+    if (fd.valid() && ::fstat(fd.get(), &status) != 0) fail("cannot read " + escaped(from), errno);
+    // A link or another file put in place of what was judged.
+    if (!fd.valid() || !same_file(status, judged) ||
+        (status.st_mode & S_IFMT) != (judged.st_mode & S_IFMT))
       throw kav_failure(escaped(from) + " changed while it was read");
     return fd;
   }
