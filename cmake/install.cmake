@@ -1,6 +1,6 @@
 # Installation and the Debian package: kavsetup in sbin with its manual page in
 # section 8, kavdata in bin with its page in section 1, the boot-time service
-# unit, and the package's documents.
+# unit, the Mender Update Module and inventory script, and the package's documents.
 include(GNUInstallDirs)
 
 # Where the Mender client looks for Update Modules and inventory scripts.
