@@ -1,14 +1,16 @@
 # Installation and the Debian package: kavsetup in sbin with its manual page in
 # section 8, kavdata in bin with its page in section 1, the boot-time service
-# unit, and the package's documents.
+# unit, the Mender Update Module and inventory script, and the package's documents.
 include(GNUInstallDirs)
 
+# Where the Mender client looks for Update Modules and inventory scripts.
+set(kavsetup_mender_dir ${CMAKE_INSTALL_DATAROOTDIR}/mender)
 # The service unit's directory, relative to the prefix unless absolute.
 set(KAVSETUP_SYSTEMD_UNIT_DIR "lib/systemd/system" CACHE STRING
     "Directory of the service unit, relative to the install prefix")
 set(kavsetup_install_dirs ${CMAKE_INSTALL_SBINDIR} ${CMAKE_INSTALL_BINDIR}
     ${CMAKE_INSTALL_MANDIR}/man8 ${CMAKE_INSTALL_MANDIR}/man1 ${CMAKE_INSTALL_DOCDIR} ${CMAKE_INSTALL_DATAROOTDIR}/lintian/overrides
-    ${KAVSETUP_SYSTEMD_UNIT_DIR})
+    ${kavsetup_mender_dir}/modules/v3 ${kavsetup_mender_dir}/inventory ${KAVSETUP_SYSTEMD_UNIT_DIR})
 
 # Installing runs this first: it resolves the destinations against the prefix
 # given at install time and notes which directories do not exist yet.
@@ -57,6 +59,10 @@ install(FILES packaging/lintian-overrides DESTINATION ${CMAKE_INSTALL_DATAROOTDI
         RENAME kavsetup)
 install(FILES packaging/kavsetup.service packaging/kavdata-clean.service
         DESTINATION ${KAVSETUP_SYSTEMD_UNIT_DIR})
+# For devices updated through Mender: inert without its client, hence no
+# dependency on it, as with the units and systemd.
+install(PROGRAMS packaging/mender/tz-data DESTINATION ${kavsetup_mender_dir}/modules/v3)
+install(PROGRAMS packaging/mender/mender-inventory-tz-data DESTINATION ${kavsetup_mender_dir}/inventory)
 
 # Installing ends with this, which must stay the last install rule.
 install(CODE [[
@@ -110,13 +116,15 @@ set(CPACK_PACKAGE_DESCRIPTION
 /var/db/timezone at the newest compatible time zone data set, falling back
 to the system partition's data, and repairs the local time link. kavdata
 says what the next boot will do and why, and checks a data set before it is
-staged.")
+staged. A Mender Update Module and inventory script deliver data sets
+through that update engine.")
 set(CPACK_GENERATOR DEB)
 # DEB installs under /usr by default; set here, the prefix would also move the
 # source package's tree under usr/.
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_ENHANCES mender-client)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
     "${PROJECT_SOURCE_DIR}/packaging/postinst;${PROJECT_SOURCE_DIR}/packaging/postrm")
