@@ -10,7 +10,8 @@ set(KAVSETUP_SYSTEMD_UNIT_DIR "lib/systemd/system" CACHE STRING
     "Directory of the service unit, relative to the install prefix")
 set(kavsetup_install_dirs ${CMAKE_INSTALL_SBINDIR} ${CMAKE_INSTALL_BINDIR}
     ${CMAKE_INSTALL_MANDIR}/man8 ${CMAKE_INSTALL_MANDIR}/man1 ${CMAKE_INSTALL_DOCDIR} ${CMAKE_INSTALL_DATAROOTDIR}/lintian/overrides
-    ${kavsetup_mender_dir}/modules/v3 ${kavsetup_mender_dir}/inventory ${KAVSETUP_SYSTEMD_UNIT_DIR})
+    ${kavsetup_mender_dir}/modules/v3 ${kavsetup_mender_dir}/inventory
+    ${CMAKE_INSTALL_DATAROOTDIR}/kavsetup ${KAVSETUP_SYSTEMD_UNIT_DIR})
 
 # Installing runs this first: it resolves the destinations against the prefix
 # given at install time and notes which directories do not exist yet.
@@ -63,6 +64,9 @@ install(FILES packaging/kavsetup.service packaging/kavdata-clean.service
 # dependency on it, as with the units and systemd.
 install(PROGRAMS packaging/mender/tz-data DESTINATION ${kavsetup_mender_dir}/modules/v3)
 install(PROGRAMS packaging/mender/mender-inventory-tz-data DESTINATION ${kavsetup_mender_dir}/inventory)
+# The build host's side: a data set into a signed artifact, with kavdata pack
+# and mender-artifact, which it needs only where it runs.
+install(PROGRAMS tools/make-tz-artifact DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/kavsetup)
 
 # Installing ends with this, which must stay the last install rule.
 install(CODE [[
