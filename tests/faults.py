@@ -199,7 +199,7 @@ def order(log, root):
         elif call in ("write", "pwrite64", "writev", "pwritev", "pwritev2", "ftruncate",
                       "fallocate", "fchmod", "fchown", "sendfile", "copy_file_range"):
             changes = [fds[-1] if call == "copy_file_range" else fds[0]]
-        elif call in ("fsync", "fdatasync"):
+        elif call in ("fsync", "fdatasync") and fds[0]:
             # A link is durable with the directory that holds it.
             for path in [fds[0]] + [p for p in entries if entries[p].link and
                                     os.path.dirname(p) == fds[0]]:
@@ -241,7 +241,7 @@ def order(log, root):
             for path in below(target):
                 del entries[path]
             changes = [os.path.dirname(target)]
-        for path in changes:
+        for path in filter(None, changes):  # a pipe, or standard error, has no path
             entry(path).changed = i, what
     if moved is not None and not durable(TZ[:-1], moved):
         problems.append(f"the rename over {LATEST} is not durable before the command exits: "

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "fs/unique_fd.h"
+#include "kavdata/check.h"
 #include "kavdata/failure.h"
 #include "kavdata/inside.h"
 #include "kavdata/muted_warnings.h"
@@ -211,7 +212,10 @@ class kav_unpacker {
     const std::string below = slash == std::string::npos ? "" : name.substr(slash + 1);
     const mode_t type = archive_entry_filetype(entry);
     if (result_.top.empty() && !name.empty()) {
-      require_version_string(top, ": the archive's top directory names the data set");
+      if (const std::string problem =
+              version_name_problem(top, ": the archive's top directory names the data set");
+          !problem.empty())
+        throw kav_failure(problem);
       result_.top = top;
     }
     if (top != result_.top || (below.empty() && type != AE_IFDIR))
@@ -302,15 +306,6 @@ class kav_unpacker {
 
 }  // namespace
 
-void require_version_string(const std::string& name, const std::string& hint) {
-  const kav_muted_warnings muted;
-  try {
-    if (!(kav_version(name) == kav_version())) return;
-  } catch (const std::out_of_range&) {
-    throw kav_failure(escaped(name) + " has a number beyond 2147483647");
-  }
-  throw kav_failure(escaped(name) + " is not a version string" + hint);
-}
 
 kav_unpacked unpack_archive(int input, int target) {
   return kav_unpacker(input, target).run();

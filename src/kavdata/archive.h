@@ -39,8 +39,4 @@ struct kav_unpacked {
 // `target`. What it made before is left for the caller to delete.
 kav_unpacked unpack_archive(int input, int target);
 
-// Throws kav_failure, "NAME is not a version string" and `hint`, unless
-// `name` is one.
-void require_version_string(const std::string& name, const std::string& hint = "");
-
 }  // namespace kav

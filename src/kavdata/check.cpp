@@ -81,7 +81,7 @@ bool almost_data_file_name(std::string name) {
 }
 
 // How much of a data set is judged.
-enum class kav_depth { layout, contents, whole };
+enum class kav_depth { contents, whole };
 
 class kav_checker {
  public:
@@ -97,7 +97,6 @@ class kav_checker {
     const bool named = check_name();
     const bool zoneinfo = has_directory("zoneinfo");
     const bool icutz = has_directory("icutz");
-    if (depth == kav_depth::layout) return std::move(check_);
     check_tree();
     const bool version_explained = zoneinfo && named && !check_version_file();
     const bool icu_explained = icutz && !check_icu_directory();
@@ -344,12 +343,10 @@ kav_check judge(const std::string& directory, const std::string& as, kav_depth d
 
 }  // namespace
 
-std::string version_name_problem(const std::string& name) {
+std::string version_name_problem(const std::string& name, const std::string& hint) {
   const kav_muted_warnings muted;
   try {
-    if (kav_version(name) == kav_version())
-      return escaped(name) +
-             " is not a version string: name the directory by its version, or give one with --as";
+    if (kav_version(name) == kav_version()) return escaped(name) + " is not a version string" + hint;
   } catch (const std::out_of_range&) {
     return escaped(name) + " has a number beyond 2147483647";
   }
@@ -362,10 +359,6 @@ kav_check check_data_set(const std::string& directory, const std::string& as) {
 
 kav_check check_contents(const std::string& directory, const std::string& as) {
   return judge(directory, as, kav_depth::contents);
-}
-
-kav_check check_layout(const std::string& directory, const std::string& as) {
-  return judge(directory, as, kav_depth::layout);
 }
 
 int print_check(const kav_check& check) {

@@ -23,12 +23,11 @@ kav_check check_data_set(const std::string& directory, const std::string& as);
 // judgement but the next start on this device's data.
 kav_check check_contents(const std::string& directory, const std::string& as);
 
-// Only what can be told before a copy is made: that `directory` is a
-// directory holding zoneinfo/ and icutz/, named by a version string.
-kav_check check_layout(const std::string& directory, const std::string& as);
-
-// Why `name` cannot name a data set, or empty when it is a version string.
-std::string version_name_problem(const std::string& name);
+// Why `name` cannot name a data set, or empty when it is a version string;
+// `hint` says how to name one.
+std::string version_name_problem(
+    const std::string& name,
+    const std::string& hint = ": name the directory by its version, or give one with --as");
 
 // Prints the reasons one a line, or that the next start would take it;
 // returns the exit status, 1 when there are reasons.

@@ -303,7 +303,8 @@ std::pair<std::string, std::uint64_t> fill_from_directory(
 std::pair<std::string, std::uint64_t> fill_from_archive(
     const kav_places& places, const std::string& file, const std::string& as,
     const std::string& signature, const kav_keys& keys, std::optional<kav_staging_copy>& copy) {
-  if (!as.empty()) require_version_string(as);
+  if (const std::string problem = version_name_problem(as, ""); !as.empty() && !problem.empty())
+    throw kav_failure(problem);
   const std::optional<std::string> signed_by = signature_for(file, signature);
   if (keys.required() && !signed_by) throw kav_failure(judge_signature(signed_by, {}, keys).words);
   const unique_fd input(open_source(file));
