@@ -16,8 +16,6 @@ namespace {
 constexpr mode_t directory_mode = 0755;
 constexpr mode_t file_mode = 0644;
 constexpr std::size_t link_size = 4096;
-// Room left on the file system for everything else.
-constexpr std::uint64_t space_margin = std::uint64_t(16) << 20;
 
 class kav_tree_copier {
  public:
@@ -185,7 +183,7 @@ std::uint64_t usable_space(int directory) {
   struct statvfs file_system;
   if (::fstatvfs(directory, &file_system) != 0) return UINT64_MAX;
   const std::uint64_t space = std::uint64_t(file_system.f_bavail) * file_system.f_frsize;
-  return space > space_margin ? space - space_margin : 0;
+  return space > archive_free_margin ? space - archive_free_margin : 0;
 }
 
 std::uint64_t copy_tree(const kav_provider& provider, int source, const std::string& source_path,

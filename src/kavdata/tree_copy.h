@@ -4,20 +4,22 @@
 #include <string>
 #include <sys/types.h>
 
+#include "kavdata/archive.h"
 #include "kavdata/identity.h"
 
 // Data set trees copied and compared by descriptor: a source that its
 // provider may change while it is read, into a copy that only root can reach.
 namespace kav {
 
-// What a copy may take: each file and the whole, and the space it may fill.
+// What a copy may take: each file and the whole, as an archive may, and the
+// space it may fill.
 struct kav_copy_limits {
-  std::uint64_t file = std::uint64_t(64) << 20;
-  std::uint64_t whole = std::uint64_t(256) << 20;
+  std::uint64_t file = archive_file_limit;
+  std::uint64_t whole = archive_total_limit;
   std::uint64_t free_space = UINT64_MAX;
 };
 
-// The bytes the file system under `directory` can take, less a margin kept
+// The bytes the file system under `directory` can take, less the margin kept
 // for everything else on it.
 std::uint64_t usable_space(int directory);
 
