@@ -13,11 +13,11 @@
 #include <functional>
 #include <string>
 
-#include "kavdata/failure.h"
-#include "kavdata/handles.h"
-#include "kavdata/identity.h"
-#include "kavdata/tree_copy.h"
-#include "kavdata/tree_remove.h"
+#include "kavdata/walks/failure.h"
+#include "kavdata/walks/handles.h"
+#include "kavdata/walks/identity.h"
+#include "kavdata/walks/tree_copy.h"
+#include "kavdata/walks/tree_remove.h"
 
 namespace kav {
 namespace {

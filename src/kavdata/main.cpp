@@ -11,12 +11,13 @@
 #include <sys/stat.h>
 #include <vector>
 
-#include "kavdata/check.h"
-#include "kavdata/check_archive.h"
-#include "kavdata/clean.h"
-#include "kavdata/pack.h"
-#include "kavdata/report.h"
-#include "kavdata/stage.h"
+#include "kavdata/building/pack.h"
+#include "kavdata/judgement/check.h"
+#include "kavdata/judgement/check_archive.h"
+#include "kavdata/reports/report.h"
+#include "kavdata/writers/clean.h"
+#include "kavdata/writers/latest.h"
+#include "kavdata/writers/stage.h"
 
 namespace {
 
