@@ -44,7 +44,8 @@ class kav_tree_remover {
     if (!S_ISDIR(status.st_mode)) return unlink_entry(parent, name, path, status);
     unique_fd here = enter(parent, name, path, status);
     if (!here.valid()) return unlink_entry(parent, name, path, status);
-    levels_.push_back({status, name, path, {}});
+    path_ = path;
+    levels_.push_back({status, name, 0, {}});
     empty_of_files(here.get());
     while (!levels_.empty()) {
       if (levels_.back().directories.empty()) {
@@ -53,7 +54,7 @@ class kav_tree_remover {
       }
       const std::string next = levels_.back().directories.back();
       levels_.back().directories.pop_back();
-      const std::string next_path = levels_.back().path + "/" + next;
+      const std::string next_path = path_ + "/" + next;
       if (!judge(here.get(), next, next_path, status)) continue;
       unique_fd down = S_ISDIR(status.st_mode) ? enter(here.get(), next, next_path, status)
                                                : unique_fd(-1);
@@ -61,7 +62,8 @@ class kav_tree_remover {
         unlink_entry(here.get(), next, next_path, status);
         continue;
       }
-      levels_.push_back({status, next, next_path, {}});
+      levels_.push_back({status, next, path_.size(), {}});
+      path_ = next_path;
       here = std::move(down);
       empty_of_files(here.get());
     }
@@ -70,12 +72,13 @@ class kav_tree_remover {
   std::uint64_t bytes() const { return bytes_; }
 
  private:
-  // A directory being emptied: itself as opened, its name in its parent, and
-  // the subdirectories in it still to be deleted.
+  // A directory being emptied: itself as opened, its name in its parent, the
+  // length of its parent's path, and the subdirectories in it still to be
+  // deleted.
   struct kav_level {
     struct stat status;
     std::string name;
-    std::string path;
+    std::size_t parent_path;
     std::vector<std::string> directories;
   };
 
@@ -108,9 +111,9 @@ class kav_tree_remover {
   // directories for later.
   void empty_of_files(int directory) {
     kav_level& level = levels_.back();
-    for (const std::string& name : names_in(directory, level.path)) {
+    for (const std::string& name : names_in(directory, path_)) {
       struct stat status;
-      const std::string path = level.path + "/" + name;
+      const std::string path = path_ + "/" + name;
       if (::fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
         if (errno != ENOENT) cannot_delete(path, errno);
       } else if (S_ISDIR(status.st_mode)) {
@@ -132,12 +135,14 @@ class kav_tree_remover {
     if (!levels_.empty()) {
       up = unique_fd(::openat(here.get(), "..", O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
       struct stat status;
-      if (!up.valid() || ::fstat(up.get(), &status) != 0) cannot_delete(levels_.back().path, errno);
+      if (!up.valid() || ::fstat(up.get(), &status) != 0)
+        cannot_delete(path_.substr(0, done.parent_path), errno);
       if (!same_file(status, levels_.back().status))
-        throw kav_failure(escaped(done.path) + " moved while it was deleted");
+        throw kav_failure(escaped(path_) + " moved while it was deleted");
     }
     here = unique_fd(-1);
-    unlink_entry(levels_.empty() ? top_parent : up.get(), done.name, done.path, done.status);
+    unlink_entry(levels_.empty() ? top_parent : up.get(), done.name, path_, done.status);
+    path_.resize(done.parent_path);
     return up;
   }
 
@@ -155,6 +160,7 @@ class kav_tree_remover {
 
   const dev_t device_;
   std::vector<kav_level> levels_;
+  std::string path_;  // of the directory being emptied, for messages
   std::uint64_t bytes_ = 0;
 };
 
