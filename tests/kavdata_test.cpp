@@ -160,6 +160,9 @@ TEST_F(kavdata_walks, deep_trees_go_and_pack_reads_what_it_judged) {
   EXPECT_EQ(remove(), "");
   ::setrlimit(RLIMIT_NOFILE, &old);
   EXPECT_FALSE(exists("trash/set"));
+#ifdef KAVDATA_TESTS_EMULATED
+  return;  // the emulator given a library root reads "/" as that root
+#endif
 
   ::rename(at("source/a").c_str(), at("source/zoneinfo").c_str());
   ::rename(at("source/b").c_str(), at("source/icutz").c_str());
