@@ -84,6 +84,13 @@ bool almost_data_file_name(std::string name) {
 // How much of a data set is judged.
 enum class kav_depth { contents, whole };
 
+// Keeps a walk whose top lies `above` levels below the data set's top within
+// the levels a data set may have: check_tree names what lies deeper.
+void stay_shallow(FTS* walk, FTSENT* entry, std::size_t above) {
+  if (static_cast<std::size_t>(entry->fts_level) + above >= depth_limit)
+    fts_set(walk, entry, FTS_SKIP);
+}
+
 // Why a link does not lead to an entry of the data set, from open_beneath's
 // errno.
 std::string astray(int error) {
@@ -158,8 +165,9 @@ class kav_checker {
       const std::string path = entry->fts_level == 0 ? "" : below_top(*entry);
       int error = 0;
       if (entry->fts_level > static_cast<short>(depth_limit)) {
-        reason(escaped(path) + " lies more than " + std::to_string(depth_limit) +
-               " levels below the top");
+        if (entry->fts_info != FTS_DP)
+          reason(escaped(path) + " lies more than " + std::to_string(depth_limit) +
+                 " levels below the top");
         fts_set(walk.get(), entry, FTS_SKIP);
         continue;
       }
@@ -206,7 +214,8 @@ class kav_checker {
   bool shared_directory() {
     const walk_handle walk =
         open_walk(top_, FTS_COMFOLLOW | FTS_PHYSICAL | FTS_NOCHDIR, by_name);
-    while (const FTSENT* entry = walk ? fts_read(walk.get()) : nullptr) {
+    while (FTSENT* entry = walk ? fts_read(walk.get()) : nullptr) {
+      stay_shallow(walk.get(), entry, 0);
       if (entry->fts_info != FTS_D || entry->fts_level == 0 ||
           !not_roots_alone(*entry->fts_statp))
         continue;
@@ -251,7 +260,8 @@ class kav_checker {
     const walk_handle walk =
         open_walk(top_ + "/icutz", FTS_COMFOLLOW | FTS_PHYSICAL | FTS_XDEV, by_name);
     std::vector<std::string> taken;
-    while (const FTSENT* entry = walk ? fts_read(walk.get()) : nullptr) {
+    while (FTSENT* entry = walk ? fts_read(walk.get()) : nullptr) {
+      stay_shallow(walk.get(), entry, 1);
       if (entry->fts_level == 0 || entry->fts_info == FTS_DP) continue;
       const std::string path = below_top(*entry);
       const bool data_file_name = !icu_format_of_file_name(entry->fts_name).empty();
