@@ -225,12 +225,13 @@ class kav_unpacker {
                                         "directories and links");
     if (type != AE_IFDIR && type != AE_IFLNK && type != AE_IFREG)
       throw kav_failure(escaped(name) + " is neither a file, a directory nor a link");
-    const std::uint64_t made = tree_.made();
+    const std::uint64_t before = tree_.made();
     const int at = tree_.directory(parts, type == AE_IFDIR ? parts.size() : parts.size() - 1);
-    // Directories that names only imply count too; a directory's own entry
-    // once.
-    const std::uint64_t implied = tree_.made() - made;
-    count(type == AE_IFDIR && implied > 0 ? implied - 1 : implied);
+    // Directories that names only imply count too, a directory's own entry
+    // once; each takes a block.
+    const std::uint64_t made = tree_.made() - before;
+    count(type == AE_IFDIR && made > 0 ? made - 1 : made);
+    take_space(made * block_);
     if (type == AE_IFLNK) make_link(at, parts.back(), below, archive_entry_symlink(entry));
     if (type == AE_IFREG) make_file(a, at, parts.back(), below, archive_entry_size(entry));
   }
@@ -249,7 +250,12 @@ class kav_unpacker {
     result_.bytes += bytes;
     if (result_.bytes > archive_total_limit)
       throw kav_failure("the archive unpacks to more than " + size_words(archive_total_limit));
-    used_ += (bytes + block_ - 1) / block_ * block_ + block_;
+    take_space((bytes + block_ - 1) / block_ * block_ + block_);
+  }
+
+  // Counts `bytes` of the disk against its free space, before they are used.
+  void take_space(std::uint64_t bytes) {
+    used_ += bytes;
     if (used_ + archive_free_margin > free_)
       throw kav_failure("the archive does not fit: " + size_words(free_) +
                         " are free, and unpacking it leaves less than " +
