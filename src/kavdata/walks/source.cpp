@@ -51,7 +51,7 @@ int open_given(const std::string& path, int flags, std::string* name) {
     errno = ENOENT;
     return -1;
   }
-  const bool absolute = !path.empty() && path[0] == '/';
+  const bool absolute = path[0] == '/';
   unique_fd here(::open(absolute ? "/" : ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
   std::string at = absolute ? "/" : "";  // where `here` stands, for messages
   std::deque<std::string> parts;
