@@ -54,12 +54,13 @@ PID = re.compile(r"^\d+ +")
 def operand(line):
     """The first argument of a call that strace -y wrote, and for a call
     relative to a directory the name after it, without what differs from run
-    to run: the image's place, a copy's random suffix, a pipe's number. (A
-    failed call shows no buffer it would have filled.)"""
+    to run: the image's place, a copy's random suffix, a pipe's number, a
+    nameless file's inode number. (A failed call shows no buffer it would
+    have filled.)"""
     first = re.match(r'(?:\d+ +)?\w+(?:(?<=at)|(?<=at2))\(([^,)]*(?:, "(?:[^"\\]|\\.)*")?)|'
                      r'(?:\d+ +)?\w+\(([^,)]*)', line)
-    return re.sub(r"/[^<>\"]*kavsetup-image-[^/>\"]*|(?<=\.staging-)([^/>\"]*)-\w{6}\b|(?<=:\[)\d+",
-                  lambda m: m[1] or "", first[1] or first[2]) if first else ""
+    return re.sub(r"/[^<>\"]*kavsetup-image-[^/>\"]*|(?<=\.staging-)([^/>\"]*)-\w{6}\b|(?<=:\[)\d+|"
+                  r"(?<=/#)\d+", lambda m: m[1] or "", first[1] or first[2]) if first else ""
 
 
 def program_calls(log, name):
@@ -145,7 +146,8 @@ def calls(log, root):
         args, rest = arguments(text)
         paths, fds, flags, after_fd = [], [], "", False
         for arg in args:
-            string, fd = re.fullmatch(r'"(.*)"(?:\.\.\.)?', arg, re.S), re.fullmatch(r"\w*<(.*)>", arg)
+            string, fd = (re.fullmatch(r'"(.*)"(?:\.\.\.)?', arg, re.S),
+                          re.fullmatch(r"\w*<(.*)>(?:\(deleted\))?", arg))
             if string:
                 name = codecs.escape_decode(string[1].encode())[0].decode(errors="surrogateescape")
                 base = (paths.pop() if after_fd else None) or "/"

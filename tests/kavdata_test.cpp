@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,6 +15,9 @@
 #include <functional>
 #include <string>
 
+#include "kavdata/archives/spool.h"
+#include "kavdata/building/pack.h"
+#include "kavdata/walks/beneath.h"
 #include "kavdata/walks/failure.h"
 #include "kavdata/walks/handles.h"
 #include "kavdata/walks/identity.h"
@@ -28,8 +33,8 @@ class kavdata_walks : public testing::Test {
     char path[] = "/tmp/kavdata-test-XXXXXX";
     top_ = ::mkdtemp(path);
     ::chmod(top_.c_str(), 0755);
-    for (const char* directory : {"source", "source/a", "source/b", "secret", "target", "trash",
-                                  "trash/set", "trash/set/a", "trash/set/b"})
+    for (const char* directory : {"source", "source/a", "source/b", "secret", "target", "spool",
+                                  "trash", "trash/set", "trash/set/a", "trash/set/b"})
       ::mkdir(at(directory).c_str(), 0755);
     for (const char* file : {"source/a/zone", "source/b/zone", "secret/key", "trash/set/a/zone",
                              "trash/set/b/zone"})
@@ -111,6 +116,67 @@ TEST_F(kavdata_walks, entries_swapped_for_links_lead_nowhere) {
   EXPECT_FALSE(exists("trash/set"));
 }
 
+// Where a link leads is found on disk, by the kernel's walk and by the one
+// made by hand alike: a chain that stays inside by its words leads out.
+TEST_F(kavdata_walks, links_lead_where_the_disk_says) {
+  const struct {
+    const char* link;
+    const char* target;
+    int error;
+    const char* reached;  // below source/
+  } cases[] = {{"a/u0", "..", 0, "."},           {"a/u1", "u0/../..", EXDEV, ""},
+               {"a/via", "u0/b/zone", 0, "b/zone"}, {"a/abs", "/tmp", EXDEV, ""},
+               {"a/loop", "loop", ELOOP, ""},     {"a/gone", "none", ENOENT, ""},
+               {"a/in", "zone/x", ENOTDIR, ""},    {"a/up", "../a/../../source/b", EXDEV, ""}};
+  for (const auto& c : cases) ::symlink(c.target, at(std::string("source/") + c.link).c_str());
+  const unique_fd top = open("source");
+  for (const bool by_hand : {false, true}) {
+    openat2_missing = by_hand;
+    for (const auto& c : cases) {
+      errno = 0;
+      const unique_fd led(open_beneath(top.get(), c.link));
+      struct stat got, wanted;
+      EXPECT_EQ(led.valid() ? 0 : errno, c.error) << c.link << (by_hand ? " by hand" : "");
+      if (led.valid()) {
+        EXPECT_TRUE(::fstat(led.get(), &got) == 0 &&
+                    ::stat(at(std::string("source/") + c.reached).c_str(), &wanted) == 0 &&
+                    same_file(got, wanted)) << c.link;
+      }
+    }
+  }
+  openat2_missing = false;
+}
+
+// The remover holds a few descriptors whatever the depth, and pack reads
+// what it judged, as the provider: a swap while it copies stops it.
+TEST_F(kavdata_walks, deep_trees_go_and_pack_reads_what_it_judged) {
+  unique_fd level = open("trash/set");
+  for (int i = 0; i < 200 && level.valid(); ++i)
+    level = unique_fd(::mkdirat(level.get(), "d", 0755) == 0 ? open_directory_at(level.get(), "d") : -1);
+  struct rlimit old, low;
+  ::getrlimit(RLIMIT_NOFILE, &old);
+  low = {32, old.rlim_max};
+  ::setrlimit(RLIMIT_NOFILE, &low);
+  EXPECT_EQ(remove(), "");
+  ::setrlimit(RLIMIT_NOFILE, &old);
+  EXPECT_FALSE(exists("trash/set"));
+#ifdef KAVDATA_TESTS_EMULATED
+  return;  // the emulator given a library root reads "/" as that root
+#endif
+
+  ::rename(at("source/a").c_str(), at("source/zoneinfo").c_str());
+  ::rename(at("source/b").c_str(), at("source/icutz").c_str());
+  ::rename(at("source/icutz/zone").c_str(), at("source/icutz/icutz44l.dat").c_str());
+  std::ofstream(at("source/zoneinfo/+VERSION")) << "2099a\n";
+  between_judging_and_opening = swap_at_race_point;
+  swap_wanted = {"zone", at("source/zoneinfo/zone"), at("secret/key")};
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(pack_data_set(at("source"), "2099a.1.0", at("packed")), 1);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "kavdata_unit_tests: pack: " + at("source/zoneinfo/zone") + " changed while it was read\n");
+  EXPECT_FALSE(exists("packed"));
+}
+
 // Runs `test` in a child with a mount namespace of its own: "" or why not.
 std::string in_mount_namespace(const std::function<bool()>& test) {
   const pid_t child = ::fork();
@@ -128,16 +194,46 @@ std::string in_mount_namespace(const std::function<bool()>& test) {
   return WEXITSTATUS(status) == 2 ? "no mount namespace here" : WEXITSTATUS(status) == 0 ? "" : "failed";
 }
 
-TEST_F(kavdata_walks, mount_points_are_left_alone) {
+// Where spool_archive holds `megabytes` MiB beside the directory `near`:
+// "in memory", or the MiB it leaves free there; or why not.
+std::string spooled(const std::string& input, int megabytes, const char* near) {
+  std::ofstream(input) << std::string(static_cast<std::size_t>(megabytes) << 20, 'x');
+  const unique_fd in(::open(input.c_str(), O_RDONLY)), at(::open(near, O_RDONLY | O_DIRECTORY));
+  try {
+    const kav_spool spool = spool_archive(in.get(), at.get(), near);
+    struct stat status;
+    return ::fstat(spool.fd.get(), &status) == 0 && status.st_size == off_t{megabytes} << 20 &&
+                   ::lseek(spool.fd.get(), 0, SEEK_CUR) == 0
+               ? (spool.free_space == UINT64_MAX ? std::string("in memory")
+                                                 : std::to_string(spool.free_space >> 20) + " MiB")
+               : "not whole";
+  } catch (const kav_failure& failure) {
+    return failure.what();
+  }
+}
+
+TEST_F(kavdata_walks, other_file_systems) {
 #ifdef KAVDATA_TESTS_EMULATED
   GTEST_SKIP() << "under qemu's user-mode emulation, a forked child that makes a mount "
                   "namespace never ends";
 #endif
+  // Where no nameless file can be made (/proc), an archive is held in memory.
+  EXPECT_EQ(spooled(at("input"), 1, "/proc"), "in memory");
   const std::string result = in_mount_namespace([this] {
     for (const char* point : {"trash/set/b", "source/b"})
       if (::mount(at("secret").c_str(), at(point).c_str(), nullptr, MS_BIND, nullptr) != 0) return false;
+    // Beside the data set, the archive counts against the free space.
+    struct statvfs space;
+    if (::mount("tmpfs", at("spool").c_str(), "tmpfs", 0, "size=20m") != 0 ||
+        ::statvfs(at("spool").c_str(), &space) != 0)
+      return false;
+    const std::uint64_t left = (std::uint64_t{space.f_bavail} * space.f_frsize - (1 << 20)) >> 20;
     return remove() == "trash/set/b is a mount point: it is left alone" &&
-           copy() == "source/b is on another file system" && exists("secret/key");
+           copy() == "source/b is on another file system" && exists("secret/key") &&
+           spooled(at("input"), 1, at("spool").c_str()) == std::to_string(left) + " MiB" &&
+           spooled(at("input"), 5, at("spool").c_str()) ==
+               "the archive does not fit: 20.0 MiB are free, and holding it leaves less than "
+               "16.0 MiB";
   });
   if (result == "no mount namespace here") GTEST_SKIP() << result;
   EXPECT_EQ(result, "");

@@ -16,7 +16,8 @@ its other lines add image entries (tools/make-image), and
   kavdata: ...    escapes of image entries);
   status N        is the exit status wanted (default 0);
   => ENTRY        is how the device must differ after the last run;
-  umask N         is the umask to run it under (default 022).
+  umask N         is the umask to run it under (default 022);
+  nofile N        is the limit on open files to run it under.
 Rows that give files to other users ("own") or run as nobody need root.
 Run as root, it runs kavdata's read-only commands again as an ordinary user,
 who must be told the same.
@@ -54,10 +55,11 @@ class Row:
     def __init__(self, block):
         self.name = " ".join(l[2:] for l in block if l.startswith("# "))
         self.tree = [l for l in block if not l.startswith(
-            ("#", "$ ", "|", "=> ", "status ", "umask ", "show ") + ERR)]
+            ("#", "$ ", "|", "=> ", "status ", "umask ", "nofile ", "show ") + ERR)]
         self.shown = [l[5:].encode() for l in block if l.startswith("show ")]
         self.after = [l[3:] for l in block if l.startswith("=> ")]
         self.umask = int(next((l[6:] for l in block if l.startswith("umask ")), "022"), 8)
+        self.nofile = next((l[7:] for l in block if l.startswith("nofile ")), None)
         self.predicted = not any(l.startswith("$ ") for l in block)
         self.runs, run = [], None
         for line in block:
@@ -95,12 +97,15 @@ class Image:
         return [TOOLS + "/run-in-root", *options, *["--user"][:user], self.root, program,
                 *arguments]
 
-    def run(self, program, arguments=(), wrapper=(), umask=0o22, user=False, stdin=None):
+    def run(self, program, arguments=(), wrapper=(), umask=0o22, user=False, stdin=None,
+            nofile=None):
         """Runs PROGRAM in the image, as root or as the user nobody, reading
-        the image's file STDIN; returns (status, stdout lines, stderr lines)."""
+        the image's file STDIN, with at most NOFILE open files; returns
+        (status, stdout lines, stderr lines)."""
+        limit = ["prlimit", f"--nofile={nofile}", "--"] if nofile else []
         try:
             with open(self.root + stdin if stdin else os.devnull, "rb") as given:
-                done = subprocess.run(self.command(program, arguments, wrapper, user),
+                done = subprocess.run(limit + self.command(program, arguments, wrapper, user),
                                       stdin=given, capture_output=True, umask=umask, timeout=60)
         except subprocess.TimeoutExpired:
             return "none: still running after 60 s", [], []
@@ -170,13 +175,13 @@ def unprintable(argv, out):
             if argv[:2] == ["kavdata", "show"] and re.search(rb"[^\x20-\x7e]", line)]
 
 
-def run_both_ways(image, program, argv, umask, user=False, stdin=None):
+def run_both_ways(image, program, argv, umask, user=False, stdin=None, nofile=None):
     """Runs a command; a read-only one of kavdata's is run again as an
     ordinary user. Returns what it got and the problems."""
-    got = image.run(program, argv[1:], umask=umask, user=user, stdin=stdin)
+    got = image.run(program, argv[1:], umask=umask, user=user, stdin=stdin, nofile=nofile)
     if user or not (AS_USER and argv[0] == "kavdata" and argv[1:2] and argv[1] in READ_ONLY):
         return got, []
-    as_user = image.run(program, argv[1:], umask=umask, user=True, stdin=stdin)
+    as_user = image.run(program, argv[1:], umask=umask, user=True, stdin=stdin, nofile=nofile)
     return got, [] if as_user == got else [f"as nobody, $ {shlex.join(argv)}: " +
                                            outcome(*as_user)]
 
@@ -195,7 +200,7 @@ def check(programs, device, row):
             problems += [f"kavdata show changed {d}" for d in differences(image.state(), before)]
         for run in row.runs:
             (status, out, err), as_user = run_both_ways(image, programs[run.argv[0]], run.argv,
-                                                        row.umask, run.user, run.stdin)
+                                                        row.umask, run.user, run.stdin, row.nofile)
             problems += as_user + unprintable(run.argv, out)
             if (status, out, err) != (run.status, run.out, run.err):
                 problems.append(f"$ {shlex.join(run.argv)}: " + outcome(status, out, err))

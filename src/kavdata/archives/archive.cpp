@@ -7,8 +7,6 @@
 #include <fcntl.h>
 #include <memory>
 #include <optional>
-#include <poll.h>
-#include <sodium.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
@@ -17,7 +15,7 @@
 #include "fs/unique_fd.h"
 #include "kavdata/device/version_name.h"
 #include "kavdata/walks/failure.h"
-#include "kavdata/walks/inside.h"
+#include "kavdata/walks/source.h"
 #include "kavdata/walks/words.h"
 #include "version/kav_version.h"
 
@@ -27,19 +25,16 @@ namespace {
 constexpr mode_t file_mode = 0644;
 constexpr mode_t directory_mode = 0755;
 
-// The stream as libarchive reads it, every byte hashed once, bounded.
+// The stream as libarchive reads it, bounded.
 class kav_input {
  public:
-  explicit kav_input(int fd) : fd_(fd) {
-    if (sodium_init() < 0) throw kav_failure("cannot start the hashing library");
-    crypto_generichash_init(&state_, nullptr, 0, crypto_generichash_BYTES_MAX);
-  }
+  explicit kav_input(int fd) : fd_(fd) {}
 
   static la_ssize_t read(archive*, void* self, const void** buffer) {
     return static_cast<kav_input*>(self)->next(buffer);
   }
 
-  // Reads what follows the archive, which the signature covers too.
+  // Reads what follows the archive: a stream is read to its end.
   void drain() {
     const void* buffer;
     while (next(&buffer) > 0) {
@@ -54,30 +49,14 @@ class kav_input {
     if (error_ != 0) fail("cannot read the archive", error_);
   }
 
-  kav_digest digest() {
-    kav_digest digest;
-    crypto_generichash_final(&state_, digest.data(), digest.size());
-    return digest;
-  }
-
  private:
   la_ssize_t next(const void** buffer) {
     *buffer = buffer_;
-    for (;;) {
-      const ssize_t length = ::read(fd_, buffer_, sizeof buffer_);
-      if (length < 0 && errno == EINTR) continue;
-      // A pipe handed over non-blocking: wait for it, as a reader of a stream.
-      if (length < 0 && errno == EAGAIN) {
-        pollfd wanted = {fd_, POLLIN, 0};
-        ::poll(&wanted, 1, -1);
-        continue;
-      }
-      if (length < 0) return error(errno);
-      bytes_ += static_cast<std::uint64_t>(length);
-      if (bytes_ > archive_input_limit) return error(EFBIG);
-      crypto_generichash_update(&state_, buffer_, static_cast<std::size_t>(length));
-      return length;
-    }
+    const ssize_t length = read_stream(fd_, buffer_, sizeof buffer_);
+    if (length < 0) return error(errno);
+    bytes_ += static_cast<std::uint64_t>(length);
+    if (bytes_ > archive_input_limit) return error(EFBIG);
+    return length;
   }
 
   la_ssize_t error(int error) {
@@ -88,7 +67,6 @@ class kav_input {
   int fd_;
   int error_ = 0;
   std::uint64_t bytes_ = 0;
-  crypto_generichash_state state_;
   unsigned char buffer_[65536];
 };
 
@@ -101,73 +79,81 @@ void settle(int fd, mode_t mode, const std::string& name) {
     fail("cannot write " + escaped(name), errno);
 }
 
-// The directories made under the target, found again by descriptor.
+// The first `length` parts of a name, joined again, for messages.
+std::string joined(const std::vector<std::string>& parts, std::size_t length) {
+  std::string name;
+  for (std::size_t i = 0; i < length; ++i) name += (i == 0 ? "" : "/") + parts[i];
+  return name;
+}
+
+// The directories made under the target, held open from the target down to
+// the last one used: the next entry in that directory or near it costs no
+// walk from the top, and the descriptors held are as many as the levels.
 class kav_made_tree {
  public:
   explicit kav_made_tree(int target) : target_(target) {}
 
-  // The directory `path` below the target ("" for the target), made 0700 with
-  // its parents where missing, never through a link; owned by `fd`.
-  int directory(const std::string& path, bool make) {
-    if (path == cached_path_ && cached_) return cached_->get();
-    std::optional<unique_fd> at;
-    std::size_t start = 0;
-    while (start < path.size()) {
-      const std::size_t end = std::min(path.find('/', start), path.size());
-      const std::string part = path.substr(start, end - start);
-      const int parent = at ? at->get() : target_;
-      if (make && ::mkdirat(parent, part.c_str(), 0700) == 0)
-        made_.push_back(path.substr(0, end));
-      else if (make && errno != EEXIST)
-        fail("cannot write " + escaped(path.substr(0, end)), errno);
-      const int fd = ::openat(parent, part.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-      if (fd < 0) fail("cannot write " + escaped(path.substr(0, end)), errno);
-      at.emplace(fd);
-      start = end + 1;
+  // The directory of the first `length` parts below the target, made 0700
+  // with its parents where missing, never through a link; owned by this.
+  int directory(const std::vector<std::string>& parts, std::size_t length) {
+    std::size_t kept = 0;
+    while (kept < names_.size() && kept < length && names_[kept] == parts[kept]) ++kept;
+    names_.resize(kept);
+    fds_.erase(fds_.begin() + static_cast<std::ptrdiff_t>(kept), fds_.end());
+    for (std::size_t i = kept; i < length; ++i) {
+      const int parent = i == 0 ? target_ : fds_.back().get();
+      if (::mkdirat(parent, parts[i].c_str(), 0700) == 0)
+        made_.emplace_back(parts.begin(), parts.begin() + static_cast<std::ptrdiff_t>(i) + 1);
+      else if (errno != EEXIST)
+        fail("cannot write " + escaped(joined(parts, i + 1)), errno);
+      unique_fd fd(::openat(parent, parts[i].c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+      if (!fd.valid()) fail("cannot write " + escaped(joined(parts, i + 1)), errno);
+      names_.push_back(parts[i]);
+      fds_.push_back(std::move(fd));
     }
-    if (!at) return target_;
-    cached_path_ = path;
-    cached_.reset();
-    cached_.emplace(::dup(at->get()));
-    if (!cached_->valid()) fail("cannot write " + escaped(path), errno);
-    return cached_->get();
+    return length == 0 ? target_ : fds_.back().get();
   }
+
+  // How many directories it made.
+  std::uint64_t made() const { return made_.size(); }
 
   // Opens every directory made to others, now that the tree is whole.
   void settle_directories() {
-    for (const std::string& path : made_) settle(directory(path, false), directory_mode, path);
+    for (const std::vector<std::string>& parts : made_)
+      settle(directory(parts, parts.size()), directory_mode, joined(parts, parts.size()));
   }
 
  private:
   int target_;
-  std::string cached_path_;
-  std::optional<unique_fd> cached_;
-  std::vector<std::string> made_;
+  std::vector<std::string> names_;  // the directories held open, from the top
+  std::vector<unique_fd> fds_;
+  std::vector<std::vector<std::string>> made_;
 };
 
-// An entry's name without "." and empty parts; refuses an absolute one and "..".
-std::string clean_name(const char* raw) {
-  const std::string name = raw == nullptr ? "" : raw;
+// The parts of an entry's name, without "." and empty ones; refuses an
+// absolute name and "..".
+std::vector<std::string> name_parts(const char* raw) {
   if (raw == nullptr) throw kav_failure("an entry has no name");
+  const std::string name = raw;
   if (!name.empty() && name[0] == '/')
     throw kav_failure(escaped(name) + " is an absolute name: names are relative to the top");
-  std::string clean;
+  std::vector<std::string> parts;
   for (std::size_t start = 0; start <= name.size();) {
     const std::size_t end = std::min(name.find('/', start), name.size());
     const std::string part = name.substr(start, end - start);
     if (part == "..") throw kav_failure(escaped(name) + " leads out of the data set: it holds ..");
-    if (!part.empty() && part != ".") clean += (clean.empty() ? "" : "/") + part;
+    if (!part.empty() && part != ".") parts.push_back(part);
     start = end + 1;
   }
-  return clean;
+  return parts;
 }
 
 class kav_unpacker {
  public:
-  kav_unpacker(int input, int target) : input_(input), tree_(target) {
+  kav_unpacker(int input, int target, std::uint64_t free_space) : input_(input), tree_(target) {
     struct statvfs space;
     if (::fstatvfs(target, &space) != 0) fail("cannot write the data set", errno);
-    free_ = static_cast<std::uint64_t>(space.f_bavail) * space.f_frsize;
+    free_ = std::min<std::uint64_t>(free_space, std::uint64_t(space.f_bavail) * space.f_frsize);
     block_ = space.f_frsize == 0 ? 4096 : space.f_frsize;
   }
 
@@ -188,7 +174,6 @@ class kav_unpacker {
     if (result_.top.empty()) throw kav_failure("the archive holds no data set");
     input_.drain();
     tree_.settle_directories();
-    result_.digest = input_.digest();
     return result_;
   }
 
@@ -200,14 +185,22 @@ class kav_unpacker {
                       (why == nullptr ? std::string("out of memory") : escaped(why)));
   }
 
-  void take(archive* a, archive_entry* entry) {
-    if (++result_.entries > archive_entry_limit)
+  // Counts `more` entries against the bound.
+  void count(std::uint64_t more) {
+    if ((result_.entries += more) > archive_entry_limit)
       throw kav_failure("the archive holds more than " + std::to_string(archive_entry_limit) +
                         " entries");
-    const std::string name = clean_name(archive_entry_pathname(entry));
-    const std::size_t slash = name.find('/');
-    const std::string top = name.substr(0, slash);
-    const std::string below = slash == std::string::npos ? "" : name.substr(slash + 1);
+  }
+
+  // Judges an entry from its header alone, before any of its data is read,
+  // then makes it.
+  void take(archive* a, archive_entry* entry) {
+    count(1);
+    std::vector<std::string> parts = name_parts(archive_entry_pathname(entry));
+    const std::string name = joined(parts, parts.size());
+    const std::string top = parts.empty() ? "" : parts.front();
+    if (!parts.empty()) parts.erase(parts.begin());
+    const std::string below = joined(parts, parts.size());
     const mode_t type = archive_entry_filetype(entry);
     if (result_.top.empty() && !name.empty()) {
       if (const std::string problem =
@@ -219,26 +212,28 @@ class kav_unpacker {
     if (top != result_.top || (below.empty() && type != AE_IFDIR))
       throw kav_failure("the archive holds " + escaped(result_.top) + " and " + escaped(name) +
                         ": a data set is one top directory");
+    if (parts.size() > depth_limit)
+      throw kav_failure(escaped(name) + " lies more than " + std::to_string(depth_limit) +
+                        " levels below the top");
     if (archive_entry_hardlink(entry) != nullptr)
       throw kav_failure(escaped(name) + " is a hard link: only files, directories and links");
     if (type == AE_IFREG && archive_entry_sparse_count(entry) > 0)
       throw kav_failure(escaped(name) + " is a sparse file: only files, directories and links");
-    if (type == AE_IFDIR) {
-      tree_.directory(below, true);
-    } else if (type == AE_IFLNK) {
-      make_link(below, archive_entry_symlink(entry));
-    } else if (type == AE_IFREG) {
-      make_file(a, below, archive_entry_size(entry));
-    } else {
+    // A GNU dumpdir: a directory whose data, never bounded, lists names.
+    if (type == AE_IFDIR && archive_entry_size(entry) > 0)
+      throw kav_failure(escaped(name) + " is a directory that holds data: only files, "
+                                        "directories and links");
+    if (type != AE_IFDIR && type != AE_IFLNK && type != AE_IFREG)
       throw kav_failure(escaped(name) + " is neither a file, a directory nor a link");
-    }
-  }
-
-  // The directory that holds `path`, and the last part of `path`.
-  int parent(const std::string& path, std::string& last) {
-    const std::size_t slash = path.rfind('/');
-    last = path.substr(slash == std::string::npos ? 0 : slash + 1);
-    return tree_.directory(slash == std::string::npos ? "" : path.substr(0, slash), true);
+    const std::uint64_t before = tree_.made();
+    const int at = tree_.directory(parts, type == AE_IFDIR ? parts.size() : parts.size() - 1);
+    // Directories that names only imply count too, a directory's own entry
+    // once; each takes a block.
+    const std::uint64_t made = tree_.made() - before;
+    count(type == AE_IFDIR && made > 0 ? made - 1 : made);
+    take_space(made * block_);
+    if (type == AE_IFLNK) make_link(at, parts.back(), below, archive_entry_symlink(entry));
+    if (type == AE_IFREG) make_file(a, at, parts.back(), below, archive_entry_size(entry));
   }
 
   [[noreturn]] static void refuse_write(const std::string& path, int error) {
@@ -255,17 +250,21 @@ class kav_unpacker {
     result_.bytes += bytes;
     if (result_.bytes > archive_total_limit)
       throw kav_failure("the archive unpacks to more than " + size_words(archive_total_limit));
-    used_ += (bytes + block_ - 1) / block_ * block_ + block_;
+    take_space((bytes + block_ - 1) / block_ * block_ + block_);
+  }
+
+  // Counts `bytes` of the disk against its free space, before they are used.
+  void take_space(std::uint64_t bytes) {
+    used_ += bytes;
     if (used_ + archive_free_margin > free_)
       throw kav_failure("the archive does not fit: " + size_words(free_) +
                         " are free, and unpacking it leaves less than " +
                         size_words(archive_free_margin));
   }
 
-  void make_file(archive* a, const std::string& path, std::int64_t size) {
+  void make_file(archive* a, int at, const std::string& last, const std::string& path,
+                 std::int64_t size) {
     reserve(path, size);
-    std::string last;
-    const int at = parent(path, last);
     unique_fd out(::openat(at, last.c_str(),
                            O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!out.valid()) refuse_write(path, errno);
@@ -284,13 +283,10 @@ class kav_unpacker {
     if (out.close() != 0) fail("cannot write " + escaped(path), errno);
   }
 
-  void make_link(const std::string& path, const char* target) {
+  // Where the link leads is judged once the whole set is made, on disk.
+  void make_link(int at, const std::string& last, const std::string& path, const char* target) {
     const std::string content = target == nullptr ? "" : target;
-    if (!stays_inside(path, content))
-      throw kav_failure(escaped(path) + " leads out of the data set: " + escaped(content));
     reserve(path, 0);
-    std::string last;
-    const int at = parent(path, last);
     if (::symlinkat(content.c_str(), at, last.c_str()) != 0) refuse_write(path, errno);
     if (::geteuid() == 0 && ::fchownat(at, last.c_str(), 0, 0, AT_SYMLINK_NOFOLLOW) != 0)
       fail("cannot write " + escaped(path), errno);
@@ -304,9 +300,8 @@ class kav_unpacker {
 
 }  // namespace
 
-
-kav_unpacked unpack_archive(int input, int target) {
-  return kav_unpacker(input, target).run();
+kav_unpacked unpack_archive(int input, int target, std::uint64_t free_space) {
+  return kav_unpacker(input, target, free_space).run();
 }
 
 }  // namespace kav

@@ -15,8 +15,7 @@ using kav_digest = std::array<unsigned char, 64>;
 struct kav_unpacked {
   std::string top;              // the one top directory's name, a version string
   std::uint64_t bytes = 0;      // of its files
-  std::uint64_t entries = 0;
-  kav_digest digest{};          // of every byte read, those after the archive's end too
+  std::uint64_t entries = 0;    // directories that names imply too
 };
 
 // Unpacks the tar archive (POSIX, ustar, pax or GNU; plain, gzip, xz or zstd)
@@ -24,11 +23,14 @@ struct kav_unpacked {
 // directory `target`, less its one top directory: files 0644, directories
 // 0755, links as links, root's when run by root, everything made relative to
 // `target` and never through a link. Refuses, throwing kav_failure in one line
-// with names escaped, any entry a data set may not hold: not a file, directory
-// or link (hard links, devices, FIFOs, sparse files), an absolute name, a
-// "..", a link that leads out, a second top entry, a top that is not a version
-// string; and an archive beyond the bounds above or the free space of
-// `target`. What it made before is left for the caller to delete.
-kav_unpacked unpack_archive(int input, int target);
+// with names escaped, any entry a data set may not hold, from its header
+// before any of its data is read: not a file, directory or link (hard links,
+// devices, FIFOs, sparse files, a directory that holds data), an absolute
+// name, a "..", a name more than depth_limit levels below the top, a second
+// top entry, a top that is not a version string; and an archive beyond the
+// bounds above or the free space of `target`, of which it counts at most
+// `free_space` bytes. Where its links lead is for the caller to judge, once
+// it is whole. What it made before is left for the caller to delete.
+kav_unpacked unpack_archive(int input, int target, std::uint64_t free_space = UINT64_MAX);
 
 }  // namespace kav

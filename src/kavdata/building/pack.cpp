@@ -4,6 +4,8 @@
 #include <archive.h>
 #include <archive_entry.h>
 #include <cerrno>
+#include <climits>
+#include <cstring>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
@@ -17,6 +19,10 @@
 #include "kavdata/device/device.h"
 #include "kavdata/judgement/check.h"
 #include "kavdata/walks/failure.h"
+#include "kavdata/walks/identity.h"
+#include "kavdata/walks/scratch.h"
+#include "kavdata/walks/source.h"
+#include "kavdata/walks/tree_copy.h"
 #include "kavdata/walks/words.h"
 
 namespace kav {
@@ -138,12 +144,44 @@ void write_file(const std::string& path, const std::vector<kav_packed_entry>& fo
   }
 }
 
+// Copies the data set `directory` into `scratch` as its owner reads it, by
+// descriptor, and returns the version it is packed as: what is judged and
+// packed then is the copy, which no one else can change.
+std::string copy_source(const std::string& directory, const std::string& as,
+                        const kav_scratch& scratch) {
+  std::string name;
+  const unique_fd source(open_given(directory, O_RDONLY | O_DIRECTORY | O_NONBLOCK, &name));
+  struct stat status;
+  if (!source.valid() || ::fstat(source.get(), &status) != 0) {
+    if (errno == ENOENT) throw kav_failure(escaped(directory) + " does not exist");
+    if (errno == ENOTDIR) throw kav_failure(escaped(directory) + " is not a directory");
+    fail("cannot read " + escaped(directory), errno);
+  }
+  char resolved[PATH_MAX];
+  if (name.empty() && ::realpath(directory.c_str(), resolved) != nullptr)
+    name = std::strrchr(resolved, '/') + 1;
+  const kav_provider provider(status, escaped(directory).c_str());
+  kav_copy_limits limits;
+  limits.free_space = usable_space(scratch.fd());
+  // The copy's modes are exact, whatever the umask.
+  const mode_t mask = ::umask(0);
+  try {
+    copy_tree(provider, source.get(), directory, scratch.fd(), scratch.path(), limits);
+  } catch (const kav_failure&) {
+    ::umask(mask);
+    throw;
+  }
+  ::umask(mask);
+  return as.empty() ? name : as;
+}
+
 void pack(const std::string& directory, const std::string& as, const std::string& output) {
-  const kav_check check = check_contents(directory, as);
+  const kav_scratch scratch("pack");
+  const kav_check check = check_contents(scratch.path(), copy_source(directory, as, scratch));
   for (std::size_t i = 0; i + 1 < check.reasons.size(); ++i)
     std::fprintf(stderr, "%s: pack: %s\n", program_invocation_short_name, check.reasons[i].c_str());
   if (!check.reasons.empty()) throw kav_failure(check.reasons.back());
-  const std::vector<kav_packed_entry> found = entries(check.directory, check.version_string);
+  const std::vector<kav_packed_entry> found = entries(scratch.path(), check.version_string);
   if (output == "-") return write_archive(STDOUT_FILENO, found, "standard output");
   const std::string path = output.empty() ? check.version_string + ".tar.zst" : output;
   write_file(path, found);

@@ -21,9 +21,11 @@
 #include "kavdata/device/muted_warnings.h"
 #include "kavdata/device/next_start.h"
 #include "kavdata/device/version_name.h"
+#include "kavdata/walks/beneath.h"
 #include "kavdata/walks/failure.h"
 #include "kavdata/walks/identity.h"
-#include "kavdata/walks/inside.h"
+#include "kavdata/walks/limits.h"
+#include "kavdata/walks/source.h"
 #include "kavdata/walks/words.h"
 
 namespace kav {
@@ -82,10 +84,28 @@ bool almost_data_file_name(std::string name) {
 // How much of a data set is judged.
 enum class kav_depth { contents, whole };
 
+// Keeps a walk whose top lies `above` levels below the data set's top within
+// the levels a data set may have: check_tree names what lies deeper.
+void stay_shallow(FTS* walk, FTSENT* entry, std::size_t above) {
+  if (static_cast<std::size_t>(entry->fts_level) + above >= depth_limit)
+    fts_set(walk, entry, FTS_SKIP);
+}
+
+// Why a link does not lead to an entry of the data set, from open_beneath's
+// errno.
+std::string astray(int error) {
+  if (error == EXDEV) return " leads out of the data set: ";
+  if (error == ELOOP) return " is a loop of links, or a chain of more than 40: ";
+  if (error == ENOENT || error == ENOTDIR) return " leads to nothing in the data set: ";
+  return " cannot be followed (" + error_words(error) + "): ";
+}
+
 class kav_checker {
  public:
-  kav_checker(std::string directory, std::string version_string, bool roots)
-      : roots_(roots) {
+  // Judges the data set open at `top`, reached through the path `top_path`.
+  kav_checker(std::string directory, int top, std::string top_path, std::string version_string,
+              bool roots)
+      : top_(std::move(top_path)), top_fd_(top), roots_(roots) {
     check_.directory = std::move(directory);
     check_.version_string = std::move(version_string);
   }
@@ -99,8 +119,9 @@ class kav_checker {
     check_tree();
     const bool version_explained = zoneinfo && named && !check_version_file();
     const bool icu_explained = icutz && !check_icu_directory();
-    // What a link leads to is not read at all.
-    if (named && !linked_ && depth == kav_depth::whole)
+    // What a link leads to is not read at all, unless every link leads into
+    // the set.
+    if (named && !linked_ && !astray_ && depth == kav_depth::whole)
       check_next_start(icu_explained, version_explained);
     return std::move(check_);
   }
@@ -110,7 +131,7 @@ class kav_checker {
 
   // The path of a walk entry below the data set's top.
   std::string below_top(const FTSENT& entry) const {
-    return std::string(entry.fts_path).substr(check_.directory.size() + 1);
+    return std::string(entry.fts_path).substr(top_.size() + 1);
   }
 
   bool check_name() {
@@ -122,7 +143,7 @@ class kav_checker {
   // Whether the data set holds the directory `name` itself, not a link.
   bool has_directory(const char* name) {
     struct stat status;
-    const bool found = ::lstat((check_.directory + "/" + name).c_str(), &status) == 0;
+    const bool found = ::lstat((top_ + "/" + name).c_str(), &status) == 0;
     if (found && S_ISDIR(status.st_mode)) return true;
     if (found && S_ISLNK(status.st_mode)) {
       linked_ = true;
@@ -133,23 +154,28 @@ class kav_checker {
     return false;
   }
 
-  // Links that lead out, zone files that are not zone files, entries that
-  // cannot be read or copied.
+  // Links that lead astray, zone files that are not zone files, entries
+  // that cannot be read or copied, trees too deep.
   void check_tree() {
-    const walk_handle walk = open_walk(check_.directory, FTS_PHYSICAL | FTS_NOCHDIR, by_name);
+    const walk_handle walk =
+        open_walk(top_, FTS_COMFOLLOW | FTS_PHYSICAL | FTS_NOCHDIR, by_name);
     if (!walk) return reason("it cannot be read: " + error_words(errno));
     int not_zone_files = 0;
-    while (const FTSENT* entry = fts_read(walk.get())) {
+    while (FTSENT* entry = fts_read(walk.get())) {
       const std::string path = entry->fts_level == 0 ? "" : below_top(*entry);
       int error = 0;
+      if (entry->fts_level > static_cast<short>(depth_limit)) {
+        if (entry->fts_info != FTS_DP)
+          reason(escaped(path) + " lies more than " + std::to_string(depth_limit) +
+                 " levels below the top");
+        fts_set(walk.get(), entry, FTS_SKIP);
+        continue;
+      }
       switch (entry->fts_info) {
         case FTS_SL:
-        case FTS_SLNONE: {
-          const std::string target = link_content(entry->fts_path);
-          if (!stays_inside(path, target))
-            reason(escaped(path) + " leads out of the data set: " + escaped(target));
+        case FTS_SLNONE:
+          check_link(path, entry->fts_path);
           break;
-        }
         case FTS_F:
           if (path.compare(0, 9, "zoneinfo/") != 0 || !zone_file_name(entry->fts_name) ||
               begins_with_tzif(entry->fts_path, error))
@@ -175,11 +201,21 @@ class kav_checker {
              " more files in zoneinfo/ do not begin with TZif");
   }
 
+  // A link must lead, through the set's own entries, to one of them.
+  void check_link(const std::string& path, const char* at) {
+    const unique_fd led(open_beneath(top_fd_, path));
+    if (led.valid()) return;
+    astray_ = true;
+    reason(escaped(path) + astray(errno) + escaped(link_content(at)));
+  }
+
   // Whether a directory below the top may be changed by another user than
   // root, who owns the top; then that is the one reason.
   bool shared_directory() {
-    const walk_handle walk = open_walk(check_.directory, FTS_PHYSICAL | FTS_NOCHDIR, by_name);
-    while (const FTSENT* entry = walk ? fts_read(walk.get()) : nullptr) {
+    const walk_handle walk =
+        open_walk(top_, FTS_COMFOLLOW | FTS_PHYSICAL | FTS_NOCHDIR, by_name);
+    while (FTSENT* entry = walk ? fts_read(walk.get()) : nullptr) {
+      stay_shallow(walk.get(), entry, 0);
       if (entry->fts_info != FTS_D || entry->fts_level == 0 ||
           !not_roots_alone(*entry->fts_statp))
         continue;
@@ -201,7 +237,7 @@ class kav_checker {
   bool check_version_file() {
     const std::string wanted = check_.version_string.substr(0, check_.version_string.find('.'));
     const kav_word_read read =
-        read_word(check_.directory + "/zoneinfo/+VERSION", version_word_bound, false);
+        read_word(top_ + "/zoneinfo/+VERSION", version_word_bound, false);
     const std::string& word = read.word;
     if (read.error == ELOOP)
       reason("zoneinfo/+VERSION is a link: only a regular file counts");
@@ -222,9 +258,10 @@ class kav_checker {
   // entries that come close.
   bool check_icu_directory() {
     const walk_handle walk =
-        open_walk(check_.directory + "/icutz", FTS_COMFOLLOW | FTS_PHYSICAL | FTS_XDEV, by_name);
+        open_walk(top_ + "/icutz", FTS_COMFOLLOW | FTS_PHYSICAL | FTS_XDEV, by_name);
     std::vector<std::string> taken;
-    while (const FTSENT* entry = walk ? fts_read(walk.get()) : nullptr) {
+    while (FTSENT* entry = walk ? fts_read(walk.get()) : nullptr) {
+      stay_shallow(walk.get(), entry, 1);
       if (entry->fts_level == 0 || entry->fts_info == FTS_DP) continue;
       const std::string path = below_top(*entry);
       const bool data_file_name = !icu_format_of_file_name(entry->fts_name).empty();
@@ -274,7 +311,7 @@ class kav_checker {
   void check_next_start(bool icu_explained, bool version_explained) {
     kav_device device = read_device(false);
     device.latest = {paths::update_parent + check_.version_string, 0};
-    device.download = build_data_set(check_.directory, check_.version_string);
+    device.download = build_data_set(top_, check_.version_string);
     const kav_next_start next = predict_next_start(device);
     const bool taken = device.download.dataset && next.exit_status == 0 &&
                        next.zoneinfo.type == kav_entry::link &&
@@ -292,8 +329,11 @@ class kav_checker {
   }
 
   kav_check check_;
+  const std::string top_;  // a path to the data set that no one can swap: its descriptor's
+  const int top_fd_;
   bool roots_;          // root owns the data set's top
   bool linked_ = false;  // zoneinfo/ or icutz/ is a link
+  bool astray_ = false;  // a link leads elsewhere than to an entry of the set
 };
 
 // The directory's own name, ignoring trailing slashes.
@@ -307,33 +347,45 @@ std::string directory_name(const std::string& directory) {
 // Judges `directory` as far as `depth`.
 kav_check judge(const std::string& directory, const std::string& as, kav_depth depth) {
   kav_check check;
+  check.directory = directory;
   check.version_string = as.empty() ? directory_name(directory) : as;
-  char resolved[PATH_MAX];
+  std::string name;
+  unique_fd top(-1);
   struct stat status;
-  if (::realpath(directory.c_str(), resolved) == nullptr || ::stat(resolved, &status) != 0) {
-    check.reasons.push_back(escaped(directory) + (errno == ENOENT ? " does not exist"
-                                                                   : " cannot be read: " +
-                                                                         error_words(errno)));
+  try {
+    top = unique_fd(open_given(directory, O_RDONLY | O_DIRECTORY | O_NONBLOCK, &name));
+  } catch (const kav_failure& failure) {
+    check.reasons.push_back(failure.what());
     return check;
   }
-  if (!S_ISDIR(status.st_mode)) {
-    check.reasons.push_back(escaped(directory) + " is not a directory");
+  if (!top.valid() || ::fstat(top.get(), &status) != 0) {
+    check.reasons.push_back(escaped(directory) +
+                            (errno == ENOENT    ? " does not exist"
+                             : errno == ENOTDIR ? " is not a directory"
+                                                : " cannot be read: " + error_words(errno)));
     return check;
   }
-  if (as.empty()) check.version_string = directory_name(resolved);
+  char resolved[PATH_MAX];
+  if (as.empty() && name.empty() && ::realpath(directory.c_str(), resolved) != nullptr)
+    name = directory_name(resolved);
+  if (as.empty() && !name.empty()) check.version_string = name;
   // Root reads what it is given as its owner would: no link, hard link or
   // swapped directory can show it root's files.
   std::optional<kav_provider> provider;
   std::optional<kav_provider::kav_acting> acting;
   try {
-    if (::geteuid() == 0) acting.emplace(provider.emplace(status, escaped(resolved).c_str()));
+    if (::geteuid() == 0) acting.emplace(provider.emplace(status, escaped(directory).c_str()));
   } catch (const kav_failure& failure) {
     check.reasons.push_back(failure.what());
     return check;
   }
   const kav_muted_warnings muted;
   try {
-    return kav_checker(resolved, check.version_string, status.st_uid == 0).run(depth);
+    // The data set is read by path, the boot program's code too, through the
+    // descriptor opened here: no one can swap it, nor a directory above it.
+    const std::string pinned = "/proc/self/fd/" + std::to_string(top.get());
+    return kav_checker(directory, top.get(), pinned, check.version_string, status.st_uid == 0)
+        .run(depth);
   } catch (const std::bad_alloc&) {
     check.reasons.push_back("memory ran out");
     return check;

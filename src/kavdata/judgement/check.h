@@ -10,13 +10,13 @@ namespace kav {
 // staged as /var/db/timezone/tz/VERSION, with the device's local zone in it;
 // and what makes a data set wrong in practice besides.
 struct kav_check {
-  std::string directory;       // the data set, links resolved
+  std::string directory;       // the data set, as given
   std::string version_string;  // the name it would be staged as
   std::vector<std::string> reasons;  // why it must not be staged; none when it may
 };
 
-// Judges `directory` as the version `as`, or as its own name when `as` is
-// empty. Only reads.
+// Judges `directory`, reached as open_given reaches a source, as the version
+// `as`, or as its own name when `as` is empty. Only reads.
 kav_check check_data_set(const std::string& directory, const std::string& as);
 
 // The data set alone, wherever it is to be staged: check_data_set's

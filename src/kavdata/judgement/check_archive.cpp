@@ -1,67 +1,39 @@
 #include "kavdata/judgement/check_archive.h"
 
-#include <cerrno>
 #include <cstdio>
-#include <cstdlib>
-#include <fcntl.h>
 
 #include "fs/unique_fd.h"
 #include "kavdata/archives/archive.h"
+#include "kavdata/archives/spool.h"
 #include "kavdata/archives/trust.h"
 #include "kavdata/judgement/check.h"
 #include "kavdata/walks/failure.h"
+#include "kavdata/walks/scratch.h"
 #include "kavdata/walks/source.h"
-#include "kavdata/walks/tree_remove.h"
-#include "kavdata/walks/words.h"
 
 namespace kav {
-namespace {
-
-// A private directory, deleted with what it holds.
-class kav_scratch {
- public:
-  kav_scratch() {
-    const char* const parent = std::getenv("TMPDIR");
-    const std::string in = parent != nullptr && *parent != '\0' ? parent : "/tmp";
-    path_ = in + "/kavdata-check-XXXXXX";
-    if (::mkdtemp(path_.data()) == nullptr) {
-      path_.clear();
-      fail("cannot unpack it in " + escaped(in), errno);
-    }
-  }
-  kav_scratch(const kav_scratch&) = delete;
-  kav_scratch& operator=(const kav_scratch&) = delete;
-  ~kav_scratch() {
-    if (path_.empty()) return;
-    const std::size_t slash = path_.rfind('/');
-    const unique_fd parent(::open(path_.substr(0, slash).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    try {
-      remove_tree_at(parent.get(), path_.substr(slash + 1), path_);
-    } catch (const kav_failure& failure) {
-      std::fprintf(stderr, "%s: check: %s\n", program_invocation_short_name, failure.what());
-    }
-  }
-  const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
-};
-
-}  // namespace
 
 int check_archive(const std::string& file, const std::string& as, const std::string& signature) {
   try {
     const kav_keys keys = trusted_keys();
     const std::optional<std::string> signed_by = signature_for(file, signature);
     const unique_fd input(open_source(file));
-    const kav_scratch scratch;
-    const unique_fd target(::open(scratch.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!target.valid()) fail("cannot write " + escaped(scratch.path()), errno);
-    const kav_unpacked unpacked = unpack_archive(input.get(), target.get());
-    const kav_signature_verdict verdict = judge_signature(signed_by, unpacked.digest, keys);
-    std::printf("%s\n", verdict.words.c_str());
-    const int status = print_check(check_data_set(scratch.path(), as.empty() ? unpacked.top : as));
-    return verdict.good ? status : 1;
+    const kav_scratch scratch("check");
+    kav_unpacked unpacked;
+    kav_signature_verdict verdict;
+    if (keys.required()) {
+      // Nothing is parsed before the signature is found good.
+      const kav_spool spool = spool_archive(input.get(), scratch.fd(), scratch.path());
+      verdict = judge_signature(signed_by, spool.digest, keys);
+      std::printf("%s\n", verdict.words.c_str());
+      if (!verdict.good) return 1;
+      unpacked = unpack_archive(spool.fd.get(), scratch.fd(), spool.free_space);
+    } else {
+      unpacked = unpack_archive(input.get(), scratch.fd());
+      verdict = judge_signature(signed_by, {}, keys);
+      std::printf("%s\n", verdict.words.c_str());
+    }
+    return print_check(check_data_set(scratch.path(), as.empty() ? unpacked.top : as));
   } catch (const kav_failure& failure) {
     std::printf("%s\n", failure.what());
     return 1;

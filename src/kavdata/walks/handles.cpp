@@ -41,6 +41,16 @@ std::vector<std::string> names_in(int directory, const std::string& path) {
   return names;
 }
 
+void put_in_front(const std::string& path, std::deque<std::string>& parts) {
+  std::vector<std::string> split;
+  for (std::size_t start = 0; start <= path.size();) {
+    const std::size_t end = std::min(path.find('/', start), path.size());
+    split.push_back(path.substr(start, end - start));
+    start = end + 1;
+  }
+  parts.insert(parts.begin(), split.begin(), split.end());
+}
+
 bool mount_root(int fd) {
   struct statx status;
   return ::statx(fd, "", AT_EMPTY_PATH | AT_SYMLINK_NOFOLLOW, STATX_BASIC_STATS, &status) == 0 &&

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <deque>
 #include <string>
 #include <sys/stat.h>
 #include <vector>
@@ -21,6 +22,10 @@ int open_directory_at(int parent, const char* name);
 // byte for byte. Throws kav_failure naming `path` when the listing fails,
 // also part-way.
 std::vector<std::string> names_in(int directory, const std::string& path);
+
+// Puts the parts of `path`, split at its slashes (empty ones too), in front
+// of `parts`: a link's target spliced into the rest of a path.
+void put_in_front(const std::string& path, std::deque<std::string>& parts);
 
 // Whether `a` and `b` are the same file.
 inline bool same_file(const struct stat& a, const struct stat& b) {

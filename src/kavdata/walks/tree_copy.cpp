@@ -22,19 +22,28 @@ class kav_tree_copier {
   kav_tree_copier(const kav_provider& provider, const kav_copy_limits& limits, dev_t device)
       : provider_(provider), limits_(limits), device_(device) {}
 
-  void copy(int source, const std::string& from, int target, const std::string& to) {
+  // Copies the directory `source` at `depth` levels below the top.
+  void copy(int source, const std::string& from, int target, const std::string& to,
+            std::size_t depth) {
     struct stat status;
     if (::fstat(source, &status) != 0) fail("cannot read " + escaped(from), errno);
     refuse_if_others_write(status, from);
-    for (const std::string& name : names_in(source, from))
-      copy_entry(source, from + "/" + name, target, to + "/" + name, name.c_str());
+    for (const std::string& name : names_in(source, from)) {
+      if (++entries_ > archive_entry_limit)
+        throw kav_failure("the data set holds more than " + std::to_string(archive_entry_limit) +
+                          " entries");
+      if (depth + 1 > depth_limit)
+        throw kav_failure(escaped(from + "/" + name) + " lies more than " +
+                          std::to_string(depth_limit) + " levels below the top");
+      copy_entry(source, from + "/" + name, target, to + "/" + name, name.c_str(), depth + 1);
+    }
   }
 
   std::uint64_t bytes() const { return bytes_; }
 
  private:
   void copy_entry(int source, const std::string& from, int target, const std::string& to,
-                  const char* name) {
+                  const char* name, std::size_t depth) {
     struct stat status;
     {
       const kav_provider::kav_acting as_provider(provider_);
@@ -43,7 +52,8 @@ class kav_tree_copier {
     }
     race_point(source, name);
     if (S_ISLNK(status.st_mode)) return copy_link(source, from, target, to, name);
-    if (S_ISDIR(status.st_mode)) return copy_directory(source, from, target, to, name, status);
+    if (S_ISDIR(status.st_mode))
+      return copy_directory(source, from, target, to, name, status, depth);
     if (S_ISREG(status.st_mode)) return copy_file(source, from, target, to, name, status);
     throw kav_failure(escaped(from) + " is neither a file, a directory nor a link");
   }
@@ -63,14 +73,14 @@ class kav_tree_copier {
   }
 
   void copy_directory(int source, const std::string& from, int target, const std::string& to,
-                      const char* name, const struct stat& judged) {
+                      const char* name, const struct stat& judged, std::size_t depth) {
     const unique_fd in = open_judged(source, from, name, O_DIRECTORY, judged);
     if (judged.st_dev != device_ || mount_root(in.get()))
       throw kav_failure(escaped(from) + " is on another file system");
     if (::mkdirat(target, name, directory_mode) != 0) fail("cannot write " + escaped(to), errno);
     const unique_fd out(open_directory_at(target, name));
     if (!out.valid()) fail("cannot write " + escaped(to), errno);
-    copy(in.get(), from, out.get(), to);
+    copy(in.get(), from, out.get(), to, depth);
   }
 
   void copy_file(int source, const std::string& from, int target, const std::string& to,
@@ -146,6 +156,7 @@ class kav_tree_copier {
   const kav_copy_limits& limits_;
   const dev_t device_;
   std::uint64_t bytes_ = 0;
+  std::uint64_t entries_ = 0;
 };
 
 bool same_content(int a, int b) {
@@ -191,7 +202,7 @@ std::uint64_t copy_tree(const kav_provider& provider, int source, const std::str
   struct stat top;
   if (::fstat(source, &top) != 0) fail("cannot read " + escaped(source_path), errno);
   kav_tree_copier copier(provider, limits, top.st_dev);
-  copier.copy(source, source_path, target, target_path);
+  copier.copy(source, source_path, target, target_path, 0);
   return copier.bytes();
 }
 

@@ -29,7 +29,8 @@ std::uint64_t usable_space(int directory);
 // directories 0755, files 0644, links as links. Every entry is read with the
 // provider's rights, looked up by descriptor and opened without following a
 // link or blocking; where root provides the tree, every directory in it must
-// be root's and writable by no one else. Returns the bytes of the files.
+// be root's and writable by no one else. At most archive_entry_limit entries,
+// depth_limit levels deep. Returns the bytes of the files.
 // Throws kav_failure, in one escaped line naming the entry.
 std::uint64_t copy_tree(const kav_provider& provider, int source, const std::string& source_path,
                         int target, const std::string& target_path, const kav_copy_limits& limits);

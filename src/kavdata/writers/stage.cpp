@@ -12,6 +12,7 @@
 
 #include "fs/paths.h"
 #include "kavdata/archives/archive.h"
+#include "kavdata/archives/spool.h"
 #include "kavdata/archives/trust.h"
 #include "kavdata/device/device.h"
 #include "kavdata/device/version_name.h"
@@ -156,8 +157,8 @@ void refuse_if_used(const std::string& name) {
   throw kav_failure(reasons.back());
 }
 
-// The directory source, opened as root would open it (its path is root's
-// to choose), and read from then on as its owner.
+// The directory source, reached through no link that anyone but root could
+// have made, and read from then on as its owner.
 struct kav_directory_source {
   std::string path;     // as given, for messages
   std::string name;     // the version it is staged as
@@ -167,7 +168,8 @@ struct kav_directory_source {
 
 kav_directory_source open_directory_source(const std::string& path, const std::string& as) {
   kav_directory_source source{path, as};
-  source.fd = unique_fd(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC));
+  std::string name;
+  source.fd = unique_fd(open_given(path, O_RDONLY | O_DIRECTORY | O_NONBLOCK, &name));
   if (!source.fd.valid()) {
     if (errno == ENOENT) throw kav_failure(escaped(path) + " does not exist");
     if (errno == ENOTDIR) throw kav_failure(escaped(path) + " is not a directory");
@@ -175,8 +177,9 @@ kav_directory_source open_directory_source(const std::string& path, const std::s
   }
   if (::fstat(source.fd.get(), &source.status) != 0) fail("cannot read " + escaped(path), errno);
   char resolved[PATH_MAX];
-  if (as.empty() && ::realpath(path.c_str(), resolved) != nullptr)
-    source.name = std::strrchr(resolved, '/') + 1;
+  if (as.empty() && name.empty() && ::realpath(path.c_str(), resolved) != nullptr)
+    name = std::strrchr(resolved, '/') + 1;
+  if (as.empty()) source.name = name;
   const std::string problem = version_name_problem(source.name);
   if (!problem.empty()) throw kav_failure(problem);
   return source;
@@ -267,9 +270,10 @@ std::pair<std::string, std::uint64_t> fill_from_directory(
           copy_tree(provider, source.fd.get(), directory, copy->fd(), copy->path(), limits)};
 }
 
-// Unpacks the archive `file` ("-": standard input) straight into `copy`,
-// then checks its signature; returns the version it is staged as and the
-// bytes of its files.
+// Unpacks the archive `file` ("-": standard input) into `copy`; while keys
+// are trusted, only once its signature is found good, so that nothing else
+// is parsed: it is first held whole beside the copy. Returns the version it
+// is staged as and the bytes of its files.
 std::pair<std::string, std::uint64_t> fill_from_archive(
     const kav_places& places, const std::string& file, const std::string& as,
     const std::string& signature, const kav_keys& keys, std::optional<kav_staging_copy>& copy) {
@@ -278,11 +282,17 @@ std::pair<std::string, std::uint64_t> fill_from_archive(
   const std::optional<std::string> signed_by = signature_for(file, signature);
   if (keys.required() && !signed_by) throw kav_failure(judge_signature(signed_by, {}, keys).words);
   const unique_fd input(open_source(file));
+  std::optional<kav_spool> spool;
+  if (keys.required()) {
+    spool.emplace(spool_archive(input.get(), places.updates.get(), paths::update_parent));
+    const kav_signature_verdict verdict = judge_signature(signed_by, spool->digest, keys);
+    if (!verdict.good) throw kav_failure(verdict.words);
+  }
   copy.emplace(places, "archive");
   copy->seal();
-  const kav_unpacked unpacked = unpack_archive(input.get(), copy->fd());
-  const kav_signature_verdict verdict = judge_signature(signed_by, unpacked.digest, keys);
-  if (!verdict.good) throw kav_failure(verdict.words);
+  const kav_unpacked unpacked =
+      spool ? unpack_archive(spool->fd.get(), copy->fd(), spool->free_space)
+            : unpack_archive(input.get(), copy->fd());
   return {as.empty() ? unpacked.top : as, unpacked.bytes};
 }
 
