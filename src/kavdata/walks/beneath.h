@@ -1,0 +1,16 @@
+#pragma once
+
+#include <string>
+
+namespace kav {
+
+// Opens `relative` beneath the directory open at `root` to read it, following
+// links only while they stay beneath: by the kernel's own resolution
+// (openat2 with RESOLVE_BENEATH) where it has one, else one name at a time,
+// each opened without following, links expanded by hand. Never blocks on a
+// FIFO. Returns a descriptor for the caller to own, or -1 with errno: EXDEV
+// for a path or link that leads out (an absolute link, ".." above `root`),
+// ELOOP for more than 40 links.
+int open_beneath(int root, const std::string& relative);
+
+}  // namespace kav
