@@ -15,53 +15,49 @@
 #include "kavdata/walks/words.h"
 
 namespace kav {
-namespace {
 
-// A private directory, deleted with what it holds.
-class kav_scratch {
- public:
-  kav_scratch() {
-    const char* const parent = std::getenv("TMPDIR");
-    const std::string in = parent != nullptr && *parent != '\0' ? parent : "/tmp";
-    path_ = in + "/kavdata-check-XXXXXX";
-    if (::mkdtemp(path_.data()) == nullptr) {
-      path_.clear();
-      fail("cannot unpack it in " + escaped(in), errno);
-    }
+kav_scratch::kav_scratch() {
+  const char* const parent = std::getenv("TMPDIR");
+  const std::string in = parent != nullptr && *parent != '\0' ? parent : "/tmp";
+  path_ = in + "/kavdata-check-XXXXXX";
+  if (::mkdtemp(path_.data()) == nullptr) {
+    path_.clear();
+    fail("cannot unpack it in " + escaped(in), errno);
   }
-  kav_scratch(const kav_scratch&) = delete;
-  kav_scratch& operator=(const kav_scratch&) = delete;
-  ~kav_scratch() {
-    if (path_.empty()) return;
-    const std::size_t slash = path_.rfind('/');
-    const unique_fd parent(::open(path_.substr(0, slash).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    try {
-      remove_tree_at(parent.get(), path_.substr(slash + 1), path_);
-    } catch (const kav_failure& failure) {
-      std::fprintf(stderr, "%s: check: %s\n", program_invocation_short_name, failure.what());
-    }
+}
+
+kav_scratch::~kav_scratch() {
+  if (path_.empty()) return;
+  const std::size_t slash = path_.rfind('/');
+  const unique_fd parent(::open(path_.substr(0, slash).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  try {
+    remove_tree_at(parent.get(), path_.substr(slash + 1), path_);
+  } catch (const kav_failure& failure) {
+    std::fprintf(stderr, "%s: check: %s\n", program_invocation_short_name, failure.what());
   }
-  const std::string& path() const { return path_; }
+}
 
- private:
-  std::string path_;
-};
-
-}  // namespace
+void unpack_to_judge(const std::string& file, const std::string& signature,
+                     kav_unpacked_archive& unpacked) {
+  const kav_keys keys = trusted_keys();
+  const std::optional<std::string> signed_by = signature_for(file, signature);
+  const unique_fd input(open_source(file));
+  const std::string& path = unpacked.scratch.emplace().path();
+  const unique_fd target(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!target.valid()) fail("cannot write " + escaped(path), errno);
+  const kav_unpacked archive = unpack_archive(input.get(), target.get());
+  unpacked.top = archive.top;
+  unpacked.verdict = judge_signature(signed_by, archive.digest, keys);
+}
 
 int check_archive(const std::string& file, const std::string& as, const std::string& signature) {
   try {
-    const kav_keys keys = trusted_keys();
-    const std::optional<std::string> signed_by = signature_for(file, signature);
-    const unique_fd input(open_source(file));
-    const kav_scratch scratch;
-    const unique_fd target(::open(scratch.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!target.valid()) fail("cannot write " + escaped(scratch.path()), errno);
-    const kav_unpacked unpacked = unpack_archive(input.get(), target.get());
-    const kav_signature_verdict verdict = judge_signature(signed_by, unpacked.digest, keys);
-    std::printf("%s\n", verdict.words.c_str());
-    const int status = print_check(check_data_set(scratch.path(), as.empty() ? unpacked.top : as));
-    return verdict.good ? status : 1;
+    kav_unpacked_archive unpacked;
+    unpack_to_judge(file, signature, unpacked);
+    std::printf("%s\n", unpacked.verdict.words.c_str());
+    const int status =
+        print_check(check_data_set(unpacked.scratch->path(), as.empty() ? unpacked.top : as));
+    return unpacked.verdict.good ? status : 1;
   } catch (const kav_failure& failure) {
     std::printf("%s\n", failure.what());
     return 1;

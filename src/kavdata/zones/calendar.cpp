@@ -72,6 +72,14 @@ std::optional<std::int64_t> parse_date(std::string_view text) {
   return days_from_civil(fields[0], month, day) * seconds_per_day;
 }
 
+std::int64_t years_later(std::int64_t instant, int years) {
+  const std::int64_t days = floor_div(instant, seconds_per_day);
+  const kav_civil civil = civil_from_days(days);
+  const std::int64_t year = civil.year + years;
+  const int day = civil.month == 2 && civil.day == 29 && !leap_year(year) ? 28 : civil.day;
+  return days_from_civil(year, civil.month, day) * seconds_per_day + (instant - days * seconds_per_day);
+}
+
 std::string instant_words(std::int64_t instant) {
   const std::int64_t days = floor_div(instant, seconds_per_day);
   const std::int64_t seconds = instant - days * seconds_per_day;

@@ -27,6 +27,10 @@ bool leap_year(std::int64_t year);
 // the text is not such a date, or the day does not exist.
 std::optional<std::int64_t> parse_date(std::string_view text);
 
+// The same date and time `years` later; 29 February becomes the 28th in a
+// common year.
+std::int64_t years_later(std::int64_t instant, int years);
+
 // `instant` as "YYYY-MM-DD HH:MM:SS UTC" (a year beyond four digits is
 // written in full).
 std::string instant_words(std::int64_t instant);
