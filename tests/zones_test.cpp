@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <fcntl.h>
 #include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
@@ -14,8 +15,11 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
+#include "kavdata/judgement/zone_diff.h"
+#include "kavdata/judgement/zone_tree.h"
 #include "kavdata/zones/calendar.h"
 #include "kavdata/zones/tz_rule.h"
 #include "kavdata/zones/zone_compare.h"
@@ -463,6 +467,63 @@ TEST(ZoneComparison, AgreesWithZdumpOnFatAgainstSlimAndOnNeighbours) {
   std::string listed;
   for (const std::string& name : differing) listed += name + " ";
   std::printf("fat and slim differ for %s\n", listed.c_str());
+}
+
+// Two releases of a small source: a rule that moves in 2030, a zone that
+// takes up DST in 2027, one that gains an abbreviation, one removed, one
+// added, links kept and moved.
+const char* const releases[2] = {
+    "Rule EU 1981 max - Mar lastSun 1:00u 1:00 S\n"
+    "Rule EU 1996 max - Oct lastSun 1:00u 0 -\n"
+    "Zone Europe/Paris 1:00 EU CE%sT\nZone Europe/Berlin 1:00 EU CE%sT\n"
+    "Zone America/Nuuk -2:00 - -02\nZone Asia/Old 5:00 - +05\nZone Asia/Same 7:00 - +07\n"
+    "Link Europe/Berlin Europe/Busingen\nLink Europe/Paris Europe/Monaco\n",
+    "Rule EU 1981 max - Mar lastSun 1:00u 1:00 S\n"
+    "Rule EU 1996 2029 - Oct lastSun 1:00u 0 -\nRule EU 2030 max - Oct Sun>=22 1:00u 0 -\n"
+    "Zone Europe/Paris 1:00 EU CE%sT\nZone Europe/Berlin 1:00 - CET 2031 Jan 1\n 1:00 EU CE%sT\n"
+    "Rule Nuuk 2027 max - Mar lastSun 1:00u 1:00 -\nRule Nuuk 2027 max - Oct lastSun 1:00u 0 -\n"
+    "Zone America/Nuuk -2:00 Nuuk -02/-01\nZone Asia/New 6:00 - +06\nZone Asia/Same 7:00 - +07\n"
+    "Link Europe/Berlin Europe/Busingen\nLink Europe/Berlin Europe/Monaco\n"};
+
+TEST(ZoneComparison, OfTwoReleasesListsWhatZdumpShowsDiffering) {
+  const kav_temp_dir directory;
+  kav_zone_tree trees[2];
+  for (int i = 0; i < 2; ++i) {
+    const std::string root = directory.path() + "/" + std::to_string(i);
+    std::ofstream(root + ".zi") << releases[i];
+    if (std::system((tools_path + "zic -d " + root + " " + root + ".zi").c_str()) != 0)
+      GTEST_SKIP() << "zic is missing: no releases to compare";
+    const int fd = ::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    trees[i] = read_zone_tree(fd, root);
+    ::close(fd);
+    ASSERT_EQ(trees[i].problems, std::vector<std::string>());
+  }
+  const std::int64_t from = *parse_date("2025-01-01"), until = *parse_date("2035-01-01");
+  std::size_t total = 0;
+  std::string ours;
+  for (const kav_name_difference& difference :
+       compare_zone_trees(trees[0], trees[1], from, until, {}, total))
+    ours += difference.name + (difference.time.differs ? " " + instant_words(difference.time.first) : "") + "\n";
+  std::vector<std::string> names;
+  for (const kav_zone_tree& tree : trees)
+    for (const auto& entry : tree.names) names.push_back(entry.first);
+  std::sort(names.begin(), names.end());
+  names.erase(std::unique(names.begin(), names.end()), names.end());
+  EXPECT_EQ(total, names.size());
+  auto dumped = zdump({directory.path() + "/0", directory.path() + "/1"}, names, from, until);
+  std::string theirs;
+  for (const std::string& name : names) {
+    const std::string old_path = directory.path() + "/0/" + name, new_path = directory.path() + "/1/" + name;
+    if (!trees[0].names.count(name) || !trees[1].names.count(name)) {
+      theirs += name + "\n";
+      continue;
+    }
+    const std::string zdump_says = zdump_compared(dumped[old_path], dumped[new_path], false);
+    if (zdump_says != "same")
+      theirs += name + " " + zdump_says.substr(10, zdump_says.rfind(',') - 10) + "\n";
+  }
+  EXPECT_EQ(ours, theirs);
+  EXPECT_EQ(std::count(ours.begin(), ours.end(), '\n'), 7) << ours;
 }
 
 }  // namespace
