@@ -13,6 +13,7 @@
 #include <functional>
 #include <string>
 
+#include "kavdata/walks/beneath.h"
 #include "kavdata/walks/failure.h"
 #include "kavdata/walks/handles.h"
 #include "kavdata/walks/identity.h"
@@ -154,6 +155,38 @@ TEST_F(kavdata_walks, root_reads_as_the_provider) {
   ::unlink(at("source/b/key").c_str());
   std::system(("chown -R 0:0 " + at("source") + " && chmod 0777 " + at("source/b")).c_str());
   EXPECT_EQ(copy(), "source/b may be written by others in a tree that root provides");
+}
+
+// A link is followed only while it stays beneath the directory it is
+// resolved from: the walk one name at a time must say what the kernel's own
+// resolution says, where the kernel has one.
+TEST_F(kavdata_walks, LinksResolveBeneathAsTheKernelResolvesThem) {
+  for (const auto& [link, target] : {std::pair("source/a/up", "../b/zone"), {"source/a/self", "."},
+                                     {"source/out", "../secret/key"}, {"source/abs", "/etc/passwd"},
+                                     {"source/loop", "loop"}, {"source/a/via", "../a/up"},
+                                     {"source/dir", "a"}, {"source/a/far", "../../source/b/zone"}})
+    ::symlink(target, at(link).c_str());
+  const unique_fd source = open("source");
+  struct stat zone;
+  ::stat(at("source/b/zone").c_str(), &zone);
+  // What opening `path` gives: the zone b/zone, another file, or an errno.
+  const auto outcome = [&](int fd) {
+    struct stat status;
+    const std::string what = fd < 0 ? std::string("errno ") + std::to_string(errno)
+                             : ::fstat(fd, &status) == 0 && same_file(status, zone) ? "b/zone"
+                                                                                    : "other";
+    if (fd >= 0) ::close(fd);
+    return what;
+  };
+  const char* const cases[][2] = {
+      {"a/up", "b/zone"},     {"a/via", "b/zone"},    {"a/self/../b/zone", "b/zone"},
+      {"dir/up", "b/zone"},   {"a/zone", "other"},    {"out", "errno 18"},
+      {"abs", "errno 18"},    {"a/far", "errno 18"},  {"loop", "errno 40"},
+      {"../source/b/zone", "errno 18"}, {"a/nothing", "errno 2"}};
+  for (const auto& [path, wanted] : cases) {
+    EXPECT_EQ(outcome(open_beneath_by_names(source.get(), path)), wanted) << path;
+    EXPECT_EQ(outcome(open_beneath(source.get(), path)), wanted) << path;
+  }
 }
 
 }  // namespace

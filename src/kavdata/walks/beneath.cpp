@@ -29,9 +29,11 @@ void push_names(const std::string& path, std::deque<std::string>& names) {
   names.insert(names.begin(), split.begin(), split.end());
 }
 
-// The walk for kernels without openat2: the directories passed keep their
-// descriptors, so ".." returns to the one before and never above `root`.
-int open_by_names(int root, const std::string& relative) {
+}  // namespace
+
+// The directories passed keep their descriptors, so ".." returns to the one
+// before and never above `root`.
+int open_beneath_by_names(int root, const std::string& relative) {
   std::deque<std::string> names;
   push_names(relative, names);
   std::vector<unique_fd> passed;
@@ -69,15 +71,13 @@ int open_by_names(int root, const std::string& relative) {
   return ::openat(passed.empty() ? root : passed.back().get(), ".", read_flags);
 }
 
-}  // namespace
-
 int open_beneath(int root, const std::string& relative) {
   open_how how{};
   how.flags = read_flags;
   how.resolve = RESOLVE_BENEATH | RESOLVE_NO_MAGICLINKS;
   const long fd = ::syscall(SYS_openat2, root, relative.c_str(), &how, sizeof how);
   if (fd >= 0 || (errno != ENOSYS && errno != EPERM)) return static_cast<int>(fd);
-  return open_by_names(root, relative);
+  return open_beneath_by_names(root, relative);
 }
 
 }  // namespace kav

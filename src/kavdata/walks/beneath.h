@@ -13,4 +13,8 @@ namespace kav {
 // ELOOP for more than 40 links.
 int open_beneath(int root, const std::string& relative);
 
+// The walk one name at a time alone, which the kernel's resolution checks
+// in the tests.
+int open_beneath_by_names(int root, const std::string& relative);
+
 }  // namespace kav
