@@ -70,16 +70,16 @@ class kav_tree_reader {
     }
   }
 
-  // Reads one name: a file as it stands, a link as the kernel resolves it
-  // beneath zoneinfo/.
+  // Reads one name as the kernel resolves it beneath zoneinfo/: a link to
+  // the file it reaches, a file only as the one the walk found.
   void take(const std::string& name, const kav_found& found) {
-    const unique_fd fd(found.link ? open_beneath(zoneinfo_, name)
-                                  : ::openat(zoneinfo_, name.c_str(),
-                                             O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    const unique_fd fd(open_beneath(zoneinfo_, name));
     struct stat status;
     if (!fd.valid() && errno == EXDEV) return problem(name, "leads out of the data set");
     if (!fd.valid() || ::fstat(fd.get(), &status) != 0)
       return problem(name, "cannot be read: " + error_words(errno));
+    if (!found.link && (status.st_dev != found.device || status.st_ino != found.inode))
+      return problem(name, "changed while it was read");
     if (!S_ISREG(status.st_mode)) {
       // A link to a directory (posix -> .) names no zone.
       if (!S_ISDIR(status.st_mode)) problem(name, "is not a zone file: not a regular file");
