@@ -117,7 +117,8 @@ TEST_F(kavdata_walks, entries_swapped_for_links_lead_nowhere) {
 }
 
 // Where a link leads is found on disk, by the kernel's walk and by the one
-// made by hand alike: a chain that stays inside by its words leads out.
+// made by hand alike, opened to read or as a path: a chain that stays inside
+// by its words leads out.
 TEST_F(kavdata_walks, links_lead_where_the_disk_says) {
   const struct {
     const char* link;
@@ -130,11 +131,12 @@ TEST_F(kavdata_walks, links_lead_where_the_disk_says) {
                {"a/in", "zone/x", ENOTDIR, ""},    {"a/up", "../a/../../source/b", EXDEV, ""}};
   for (const auto& c : cases) ::symlink(c.target, at(std::string("source/") + c.link).c_str());
   const unique_fd top = open("source");
+  for (const int flags : {O_PATH | O_CLOEXEC, O_RDONLY | O_NONBLOCK | O_CLOEXEC})
   for (const bool by_hand : {false, true}) {
     openat2_missing = by_hand;
     for (const auto& c : cases) {
       errno = 0;
-      const unique_fd led(open_beneath(top.get(), c.link));
+      const unique_fd led(open_beneath(top.get(), c.link, flags));
       struct stat got, wanted;
       EXPECT_EQ(led.valid() ? 0 : errno, c.error) << c.link << (by_hand ? " by hand" : "");
       if (led.valid()) {

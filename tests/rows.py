@@ -40,7 +40,7 @@ image_builder = SourceFileLoader("make_image", TOOLS + "/make-image").load_modul
 TZ = image_builder.TZ
 ERR = ("kavsetup: ", "kavdata: ")
 AS_USER = os.geteuid() == 0  # only root can start a program as another user
-READ_ONLY = ("status", "show", "check")
+READ_ONLY = ("status", "show", "check", "diff")
 
 
 class Run:

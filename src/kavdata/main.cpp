@@ -14,6 +14,7 @@
 #include "kavdata/building/pack.h"
 #include "kavdata/judgement/check.h"
 #include "kavdata/judgement/check_archive.h"
+#include "kavdata/reports/diff.h"
 #include "kavdata/reports/report.h"
 #include "kavdata/writers/clean.h"
 #include "kavdata/writers/latest.h"
@@ -44,9 +45,15 @@ constexpr char usage_text[] =
     "  latest VERSION|none     as root: point tz_latest at the staged data set VERSION,\n"
     "                          or at nothing\n"
     "  clean                   as root: delete the data sets that no link names\n"
+    "  diff [--from DATE] [--until DATE] [--zone NAME]... OLD NEW\n"
+    "                          the zone names whose local time differs between the data\n"
+    "                          sets OLD and NEW (directories, archives, or system,\n"
+    "                          in-use, latest or a staged version) from DATE (default:\n"
+    "                          now) to DATE (default: ten years later), in UTC\n"
     "\n"
     "status and show exit 1 when the next start will refuse or reset something or\n"
-    "leave the device on UTC; the other commands exit 1 with one line per reason.\n"
+    "leave the device on UTC; diff exits 1 when a zone differs, 2 on bad input;\n"
+    "the other commands exit 1 with one line per reason.\n"
     "See kavdata(1).\n";
 
 int usage(const char* problem = nullptr, const std::string& argument = "") {
@@ -60,11 +67,13 @@ int usage(const char* problem = nullptr, const std::string& argument = "") {
   return 0;
 }
 
-// An option with an argument, which goes to `*argument`.
+// An option with an argument, which goes to `*argument`, or is added to
+// `*every` for an option that may come again.
 struct kav_value_option {
   const char* name;
   char letter;  // its short form, or 0
   std::optional<std::string>* argument;
+  std::vector<std::string>* every = nullptr;
 };
 
 // Reads the options of argv: --help and --version, then `values`. Returns -1
@@ -88,8 +97,12 @@ int parse_options(int argc, char** argv, std::initializer_list<kav_value_option>
     if (found == ':') return usage("option requires an argument:", argv[optind - 1]);
     if (found == '?' && optopt != 0) return usage("invalid option --", std::string(1, optopt));
     if (found == '?') return usage("unrecognized option", argv[optind - 1]);
-    for (std::size_t i = 2; i + 1 < options.size(); ++i)
-      if (options[i].val == found) *values.begin()[i - 2].argument = optarg;
+    for (std::size_t i = 2; i + 1 < options.size(); ++i) {
+      const kav_value_option& value = values.begin()[i - 2];
+      if (options[i].val != found) continue;
+      if (value.every) value.every->push_back(optarg);
+      else *value.argument = optarg;
+    }
   }
   return -1;
 }
@@ -142,6 +155,21 @@ int pack_command(int argc, char** argv) {
   return source_command(argc, argv, kav::pack_data_set, true);
 }
 
+int diff_command(int argc, char** argv) {
+  std::optional<std::string> from, until;
+  kav::kav_diff_request request;
+  if (const int status = parse_options(argc, argv, {{"from", 0, &from}, {"until", 0, &until},
+                                                    {"zone", 0, nullptr, &request.zones}});
+      status >= 0)
+    return status;
+  if (argc - optind != 2) return usage("give two data sets");
+  request.old_side = argv[optind];
+  request.new_side = argv[optind + 1];
+  request.from = from.value_or("");
+  request.until = until.value_or("");
+  return kav::diff_data_sets(request);
+}
+
 int latest_command(int argc, char** argv) {
   if (const int status = parse_options(argc, argv); status >= 0) return status;
   if (argc - optind != 1) return usage("give one version, or none");
@@ -162,7 +190,7 @@ struct kav_command {
 constexpr kav_command commands[] = {{"status", status_command}, {"show", show_command},
                                     {"check", check_command},   {"stage", stage_command},
                                     {"pack", pack_command},     {"latest", latest_command},
-                                    {"clean", clean_command}};
+                                    {"clean", clean_command},   {"diff", diff_command}};
 
 }  // namespace
 

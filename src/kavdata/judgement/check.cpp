@@ -21,6 +21,7 @@
 #include "kavdata/device/muted_warnings.h"
 #include "kavdata/device/next_start.h"
 #include "kavdata/device/version_name.h"
+#include "kavdata/judgement/zone_tree.h"
 #include "kavdata/walks/beneath.h"
 #include "kavdata/walks/failure.h"
 #include "kavdata/walks/identity.h"
@@ -31,18 +32,11 @@
 namespace kav {
 namespace {
 
-// Zone files whose first bytes are not told; more are counted.
+// Zone files whose faults are told; more are counted.
 constexpr int zone_files_told = 3;
 
 // How far "+VERSION" is read for its word, which is a few bytes long.
 constexpr std::size_t version_word_bound = 4096;
-
-// tzdb's own text files, which lie beside the zone files: "+VERSION", the
-// tables ("zone.tab", "tzdata.zi", ...), "leapseconds", "SECURITY".
-bool zone_file_name(std::string_view name) {
-  return !name.empty() && name[0] != '+' && name.find('.') == std::string_view::npos &&
-         name != "leapseconds" && name != "SECURITY";
-}
 
 // Opens a file of the data set to read it: never through a link, never
 // waiting on a FIFO; -1 with errno, EINVAL for what is not a regular file.
@@ -57,13 +51,14 @@ int open_file(const char* path, struct stat& status) {
   return -1;
 }
 
-bool begins_with_tzif(const char* path, int& error) {
+// Why the zone file at `path` is not one, in words after its name; empty
+// when it is one.
+std::string zone_file_problem(const char* path) {
   struct stat status;
   const unique_fd fd(open_file(path, status));
-  char magic[4];
-  const ssize_t length = fd.valid() ? ::read(fd.get(), magic, sizeof magic) : -1;
-  if (length < 0) error = errno;
-  return length == sizeof magic && std::string_view(magic, sizeof magic) == "TZif";
+  if (!fd.valid()) return "cannot be read: " + error_words(errno);
+  kav_zone zone;
+  return read_zone_file(fd.get(), zone);
 }
 
 // Whether root, owning a data set, would read in `status` a directory that
@@ -163,7 +158,6 @@ class kav_checker {
     int not_zone_files = 0;
     while (FTSENT* entry = fts_read(walk.get())) {
       const std::string path = entry->fts_level == 0 ? "" : below_top(*entry);
-      int error = 0;
       if (entry->fts_level > static_cast<short>(depth_limit)) {
         if (entry->fts_info != FTS_DP)
           reason(escaped(path) + " lies more than " + std::to_string(depth_limit) +
@@ -176,15 +170,14 @@ class kav_checker {
         case FTS_SLNONE:
           check_link(path, entry->fts_path);
           break;
-        case FTS_F:
-          if (path.compare(0, 9, "zoneinfo/") != 0 || !zone_file_name(entry->fts_name) ||
-              begins_with_tzif(entry->fts_path, error))
-            break;
-          if (error != 0)
-            reason(escaped(path) + " cannot be read: " + error_words(error));
-          else if (++not_zone_files <= zone_files_told)
-            reason(escaped(path) + " is not a zone file: it does not begin with TZif");
+        case FTS_F: {
+          if (path.compare(0, 9, "zoneinfo/") != 0 || !zone_file_name(entry->fts_name)) break;
+          const std::string problem = zone_file_problem(entry->fts_path);
+          const bool not_zone_file = problem.rfind("is not a zone file", 0) == 0;
+          if (!problem.empty() && (!not_zone_file || ++not_zone_files <= zone_files_told))
+            reason(escaped(path) + " " + problem);
           break;
+        }
         case FTS_DNR:
         case FTS_ERR:
         case FTS_NS:
@@ -198,7 +191,7 @@ class kav_checker {
     }
     if (not_zone_files > zone_files_told)
       reason("and " + std::to_string(not_zone_files - zone_files_told) +
-             " more files in zoneinfo/ do not begin with TZif");
+             " more files in zoneinfo/ are not zone files");
   }
 
   // A link must lead, through the set's own entries, to one of them.

@@ -54,6 +54,8 @@ void print_properties(const kav_report& report) {
   property("NextRecordState", record_state(next));
   property("NextExitStatus", std::to_string(next.exit_status));
   property("LocalZoneExists", yes_no(next.local_zone_exists));
+  const kav_zone_change& change = report.zone_change;
+  property("NextLocalZoneChange", change.differs ? change.zone + " " + change.words : "");
   property("Obstacle", next.obstacle);
   property("TrustedKeys", report.keys.ids());
   for (const kav_data_set_dir& dir : report.data_sets) {

@@ -7,6 +7,7 @@
 #include "kavdata/device/data_sets.h"
 #include "kavdata/device/device.h"
 #include "kavdata/device/next_start.h"
+#include "kavdata/reports/zone_change.h"
 
 namespace kav {
 
@@ -17,6 +18,7 @@ struct kav_report {
   std::vector<kav_data_set_dir> data_sets;
   int data_sets_error = 0;
   kav_keys keys;  // whose signatures stage requires
+  kav_zone_change zone_change;  // what the next start's switch does to the local zone
 };
 
 // Reads the device and plays its next start, muting the warnings of the

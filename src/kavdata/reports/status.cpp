@@ -121,6 +121,13 @@ std::vector<std::string> localtime_lines(const kav_report& report) {
     lines.push_back(zone_words(next) + ": the device will show UTC");
   else
     lines.push_back(zone_words(next));
+  const kav_zone_change& change = report.zone_change;
+  if (change.switches && change.differs)
+    lines.push_back("the switch to " + shown(change.to) + " changes " + shown(change.zone) + " " +
+                    escaped(change.words));
+  else if (change.switches)
+    lines.push_back("the switch to " + shown(change.to) + " changes nothing for " +
+                    shown(change.zone) + " in the next ten years");
   return lines;
 }
 

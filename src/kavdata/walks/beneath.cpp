@@ -39,7 +39,7 @@ unique_fd reopen(int top, const std::vector<std::string>& names) {
 // The kernel's walk, by hand: every step relative to the directory it stands
 // in, every directory on the way a real one of the set, at most link_hops
 // links read.
-int walk_chain(int top, const std::string& below) {
+int walk_chain(int top, const std::string& below, int flags) {
   struct stat top_status;
   if (::fstat(top, &top_status) != 0) return -1;
   std::vector<std::string> names;  // the real directories from the top to `here`
@@ -71,20 +71,20 @@ int walk_chain(int top, const std::string& below) {
       put_in_front(std::string(target, static_cast<std::size_t>(length)), parts);
       continue;
     }
-    if (parts.empty()) return ::openat(here.get(), part.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC);
+    if (parts.empty()) return ::openat(here.get(), part.c_str(), flags | O_NOFOLLOW);
     if (!S_ISDIR(status.st_mode)) return fail_with(ENOTDIR);
     here = unique_fd(::openat(here.get(), part.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (here.valid() && mount_root(here.get())) return fail_with(EXDEV);
     names.push_back(part);
   }
-  return here.valid() ? ::fcntl(here.get(), F_DUPFD_CLOEXEC, 0) : -1;
+  return here.valid() ? ::openat(here.get(), ".", flags) : -1;
 }
 
 }  // namespace
 
-int open_beneath(int top, const std::string& below) {
+int open_beneath(int top, const std::string& below, int flags) {
   open_how how{};
-  how.flags = O_PATH | O_CLOEXEC;
+  how.flags = static_cast<__u64>(flags);
   how.resolve = RESOLVE_BENEATH | RESOLVE_NO_MAGICLINKS | RESOLVE_NO_XDEV;
   // EAGAIN: a rename elsewhere raced a ".." step; the kernel asks to try again.
   for (int tries = 0; !openat2_missing && tries < 8; ++tries) {
@@ -92,7 +92,7 @@ int open_beneath(int top, const std::string& below) {
     if (fd >= 0 || (errno != EAGAIN && errno != ENOSYS)) return static_cast<int>(fd);
     if (errno == ENOSYS) openat2_missing = true;
   }
-  return walk_chain(top, below);
+  return walk_chain(top, below, flags);
 }
 
 }  // namespace kav
