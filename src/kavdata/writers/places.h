@@ -6,7 +6,7 @@
 
 #include "fs/unique_fd.h"
 
-// The directories that stage and clean change, held open: every name in
+// The directories that stage, latest and clean change, held open: every name in
 // them is then looked up by descriptor.
 namespace kav {
 
