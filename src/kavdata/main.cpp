@@ -91,6 +91,8 @@ int parse_options(int argc, char** argv, const std::vector<kav_value_option>& va
     if (found == 'h') return usage();
     if (found == 'V') return std::puts("kavdata " KAVSETUP_VERSION) < 0;
     if (found == ':') return usage("option requires an argument:", argv[optind - 1]);
+    if (found == '?' && optopt != 0 && std::strncmp(argv[optind - 1], "--", 2) == 0)
+      return usage("option takes no argument:", argv[optind - 1]);
     if (found == '?' && optopt != 0) return usage("invalid option --", std::string(1, optopt));
     if (found == '?') return usage("unrecognized option", argv[optind - 1]);
     for (std::size_t i = 2; i + 1 < options.size(); ++i)
