@@ -23,7 +23,7 @@ STARTS = ("a switch between downloads that corrects the local time link",
           "a local time link into the older location is corrected",
           "stage copies a data set whole", "after an interrupted switch, stage replaces",
           "clean deletes what no link names", "after an interrupted switch, clean keeps",
-          "with a key trusted, stage takes an archive")
+          "with a key trusted, stage takes an archive", "latest first settles")
 CALLS = ("openat", "read", "write", "close", "unlink", "unlinkat", "rmdir", "mkdir", "mkdirat",
          "symlink", "symlinkat", "readlink", "readlinkat", "rename", "renameat", "renameat2",
          "access", "faccessat", "fstat", "newfstatat", "statx", "getdents64", "fchdir", "fcntl",
@@ -38,7 +38,7 @@ ERROR = dict.fromkeys(CALLS, "EIO") | {"openat": "EACCES", "unlink": "EROFS", "u
 TZ = image_builder.TZ
 ZONEINFO, ICUTZ, LOCALTIME = TZ + "zoneinfo", "/var/db/icutz", TZ + "localtime"
 LATEST, MARKER, RECORD = TZ + "tz_latest", TZ + "needs_cleanup", TZ + "TZVersionDiffRecord"
-LOCK = TZ + "kavdata.lock"
+LOCK, REQUEST = TZ + "kavdata.lock", TZ + "kavdata.needs_cleanup"
 DEFAULT_LOCALTIME = "-> " + ZONEINFO + "/America/Los_Angeles"
 EXITING = re.compile(rb"kavsetup: Unable to (prepare time zone directories|"
                      rb"reset to system partition|reset localtime link); exiting: ")
@@ -47,6 +47,7 @@ CHANGES = re.compile(r"(write|unlinkat|unlink|rmdir|mkdirat|mkdir|symlinkat|syml
                      r"renameat|rename|chmod|fchmodat|fchmod|fchownat|fchown)\(|"
                      r"openat\(.*O_(CREAT|TRUNC)")
 LEFTOVER = re.compile(re.escape(TZ) + r"(tz/\.(staging|replaced)-[^/]*|\.tz_latest\.staging)$")
+ANY_LEFTOVER = re.compile(re.escape(TZ) + r"(tz/\.(staging|replaced|deleting)-[^/]*|\.tz_latest\.staging)$")
 SETS = TZ + "tz"
 PID = re.compile(r"^\d+ +")
 
@@ -324,6 +325,8 @@ def check(start, call, n, action, expected):
                              if LEFTOVER.match(path) and not any(
                                  f"left {path} behind".encode() in line for line in err)]
         final = start.known(interrupted)
+        if final is None and start.kavdata and action == "signal=SIGKILL":
+            problems += rolled_back(image, start)
         if final is None:
             status, out, _ = image.run(start.program, start.run.argv[1:], umask=umask,
                                        stdin=start.run.stdin)
@@ -333,8 +336,29 @@ def check(start, call, n, action, expected):
         problems += [f"{path} is {final.get(path)}, not {start.after.get(path)}"
                      for path in set(final) | set(start.after)
                      if final.get(path) != start.after.get(path) and (start.kavdata or not
-                     allowed(path, final, start.after, interrupted, start.before.get(RECORD)))]
+                     allowed(path, final, start.after, interrupted, start.before.get(RECORD)))
+                     # left by the latest in between, for what it took out of use
+                     and not (path == REQUEST and path not in start.after)]
     return [f"{call} #{n} {action}: {problem}" for problem in problems]
+
+
+def rolled_back(image, start):
+    """After a kill, an update engine's rollback puts tz_latest back as it was
+    before the command, with `kavdata latest`, which must succeed, leave it
+    so byte for byte and settle every leftover. Returns the problems."""
+    was = start.before.get(LATEST, "")
+    target = os.fsencode(was[3:]) if was.startswith("-> ") else None
+    shown = None if target is None else "".join(
+        chr(b) if 0x20 <= b <= 0x7e and b != 0x5c else "\\\\" if b == 0x5c else f"\\x{b:02x}"
+        for b in target)
+    argv = ["latest", "none"] if target is None else ["latest", "--target", shown]
+    status, _, err = image.run(start.program, argv)
+    state = image.state()
+    left = [path for path in state if ANY_LEFTOVER.match(path)]
+    if status != 0 or state.get(LATEST) != start.before.get(LATEST) or left:
+        return [f"then kavdata {' '.join(argv)} ended with status {status}, {err}, "
+                f"tz_latest {state.get(LATEST)}, leftovers {left}"]
+    return []
 
 
 def stopped(session):

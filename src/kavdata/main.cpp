@@ -4,8 +4,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <getopt.h>
-#include <initializer_list>
 #include <optional>
 #include <string>
 #include <sys/stat.h>
@@ -36,14 +36,16 @@ constexpr char usage_text[] =
     "                          DIR, or the archive FILE (- for standard input), if it\n"
     "                          were staged as VERSION (default: its name), and who\n"
     "                          signed FILE (SIG, default FILE.minisig)\n"
-    "  stage [--as VERSION] [--signature SIG] DIR|FILE\n"
+    "  stage [--as VERSION] [--signature SIG] [--replace-newer] DIR|FILE\n"
     "                          as root: install DIR or FILE, if check takes it, and\n"
-    "                          point tz_latest at it\n"
+    "                          point tz_latest at it, even away from a newer update\n"
+    "                          with --replace-newer\n"
     "  pack [--as VERSION] [-o FILE] DIR\n"
     "                          write the data set DIR as one archive, FILE (default:\n"
     "                          VERSION.tar.zst; - for standard output), to be signed\n"
     "  latest VERSION|none     as root: point tz_latest at the staged data set VERSION,\n"
     "                          or at nothing\n"
+    "  latest --target TARGET  as root: make tz_latest exactly TARGET, as show writes it\n"
     "  clean                   as root: delete the data sets that no link names\n"
     "  diff [--from DATE] [--until DATE] [--zone NAME]... OLD NEW\n"
     "                          the zone names whose local time differs between the data\n"
@@ -67,26 +69,29 @@ int usage(const char* problem = nullptr, const std::string& argument = "") {
   return 0;
 }
 
-// An option with an argument, which goes to `*argument`, or is added to
-// `*every` for an option that may come again.
+// An option with an argument, which goes to `*argument` or is added to
+// `*every` for an option that may come again, or a flag, which sets
+// `*argument` empty.
 struct kav_value_option {
   const char* name;
   char letter;  // its short form, or 0
   std::optional<std::string>* argument;
   std::vector<std::string>* every = nullptr;
+  bool flag = false;
 };
 
 // Reads the options of argv: --help and --version, then `values`. Returns -1
 // to go on with the arguments at optind, or the exit status.
-int parse_options(int argc, char** argv, std::initializer_list<kav_value_option> values = {}) {
+int parse_options(int argc, char** argv, const std::vector<kav_value_option>& values = {}) {
   std::vector<option> options = {{"help", no_argument, nullptr, 'h'},
                                  {"version", no_argument, nullptr, 'V'}};
   // Options may follow the data set's name, but none may follow the command's.
   std::string letters = values.size() == 0 ? "+:h" : ":h";
   int code = 256;
   for (const kav_value_option& value : values) {
-    options.push_back({value.name, required_argument, nullptr, value.letter ? value.letter : code++});
-    if (value.letter) letters += std::string(1, value.letter) + ":";
+    options.push_back({value.name, value.flag ? no_argument : required_argument, nullptr,
+                       value.letter ? value.letter : code++});
+    if (value.letter) letters += std::string(1, value.letter) + (value.flag ? "" : ":");
   }
   options.push_back({});
   opterr = 0;
@@ -95,13 +100,15 @@ int parse_options(int argc, char** argv, std::initializer_list<kav_value_option>
     if (found == 'h') return usage();
     if (found == 'V') return std::puts("kavdata " KAVSETUP_VERSION) < 0;
     if (found == ':') return usage("option requires an argument:", argv[optind - 1]);
+    if (found == '?' && optopt != 0 && std::strncmp(argv[optind - 1], "--", 2) == 0)
+      return usage("option takes no argument:", argv[optind - 1]);
     if (found == '?' && optopt != 0) return usage("invalid option --", std::string(1, optopt));
     if (found == '?') return usage("unrecognized option", argv[optind - 1]);
     for (std::size_t i = 2; i + 1 < options.size(); ++i) {
       const kav_value_option& value = values.begin()[i - 2];
       if (options[i].val != found) continue;
       if (value.every) value.every->push_back(optarg);
-      else *value.argument = optarg;
+      else *value.argument = optarg ? optarg : "";
     }
   }
   return -1;
@@ -124,14 +131,16 @@ int show_command(int argc, char** argv) {
 }
 
 // Runs `command` on the one directory or file that argv names, with --as,
-// --signature and, for `output`, -o.
-int source_command(int argc, char** argv,
-                   int (*command)(const std::string&, const std::string&, const std::string&),
-                   bool output = false) {
+// --signature and, for `output`, -o, and the flags `more`.
+int source_command(
+    int argc, char** argv,
+    const std::function<int(const std::string&, const std::string&, const std::string&)>& command,
+    bool output = false, const std::vector<kav_value_option>& more = {}) {
   std::optional<std::string> as, other;
-  if (const int status = parse_options(argc, argv, {{"as", 0, &as}, output ? kav_value_option{
-      "output", 'o', &other} : kav_value_option{"signature", 0, &other}}); status >= 0)
-    return status;
+  std::vector<kav_value_option> options = {{"as", 0, &as}, output ? kav_value_option{
+      "output", 'o', &other} : kav_value_option{"signature", 0, &other}};
+  options.insert(options.end(), more.begin(), more.end());
+  if (const int status = parse_options(argc, argv, options); status >= 0) return status;
   if (argc - optind != 1) return usage(output ? "give one directory" : "give one directory or file");
   if (as && as->empty()) return usage("an empty version given to", "--as");
   return command(argv[optind], as.value_or(""), other.value_or(""));
@@ -148,7 +157,13 @@ int check_command(int argc, char** argv) {
 }
 
 int stage_command(int argc, char** argv) {
-  return source_command(argc, argv, kav::stage_data_set);
+  std::optional<std::string> replace_newer;
+  return source_command(
+      argc, argv,
+      [&](const std::string& source, const std::string& as, const std::string& signature) {
+        return kav::stage_data_set(source, as, signature, replace_newer.has_value());
+      },
+      false, {{"replace-newer", 0, &replace_newer, nullptr, true}});
 }
 
 int pack_command(int argc, char** argv) {
@@ -171,9 +186,13 @@ int diff_command(int argc, char** argv) {
 }
 
 int latest_command(int argc, char** argv) {
-  if (const int status = parse_options(argc, argv); status >= 0) return status;
-  if (argc - optind != 1) return usage("give one version, or none");
-  return kav::point_latest(argv[optind]);
+  std::optional<std::string> target;
+  if (const int status = parse_options(argc, argv, {{"target", 0, &target}}); status >= 0)
+    return status;
+  if (!target && argc - optind != 1) return usage("give one version, or none");
+  if (target && optind != argc) return usage("unexpected argument", argv[optind]);
+  if (target && target->empty()) return usage("an empty target given to", "--target");
+  return target ? kav::put_back_latest(*target) : kav::point_latest(argv[optind]);
 }
 
 int clean_command(int argc, char** argv) {

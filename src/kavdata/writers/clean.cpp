@@ -15,8 +15,7 @@
 #include "kavdata/walks/handles.h"
 #include "kavdata/walks/tree_remove.h"
 #include "kavdata/walks/words.h"
-#include "kavdata/writers/lock.h"
-#include "kavdata/writers/places.h"
+#include "kavdata/writers/change.h"
 #include "kavdata/writers/staging.h"
 
 namespace kav {
@@ -86,15 +85,15 @@ bool delete_data_set(const kav_places& places, const std::string& name, std::uin
 }
 
 bool clean() {
-  const kav_lock lock = lock_for_change();
+  // Leftovers of interrupted commands first, so that no rename below meets one.
+  const kav_change change = begin_change();
+  const kav_places& places = change.places;
   const std::set<std::string> kept = {named_by(paths::zoneinfo_link, false),
                                       named_by(paths::icutz_link, true),
                                       named_by(paths::latest_link, true)};
-  const kav_places places = open_places();
   std::uint64_t freed = 0;
   bool whole = true;
-  // Leftovers of interrupted commands first, so that no rename below meets one.
-  for (const kav_leftover& leftover : settle_leftovers(places)) {
+  for (const kav_leftover& leftover : change.leftovers) {
     if (leftover.failure.empty()) deleted(leftover.name, leftover.bytes);
     else say(leftover.failure);
     whole = whole && leftover.failure.empty();
@@ -105,8 +104,9 @@ bool clean() {
   // The deletions are durable before the marker that asked for them goes:
   // it goes only when nothing out of use is left.
   sync_directory(places.updates.get(), paths::update_parent);
-  if (whole && ::unlink(paths::needs_cleanup) != 0 && errno != ENOENT)
-    fail(std::string("cannot delete ") + paths::needs_cleanup, errno);
+  for (const char* marker : {staging::clean_request, paths::needs_cleanup})
+    if (whole && ::unlink(marker) != 0 && errno != ENOENT)
+      fail(std::string("cannot delete ") + marker, errno);
   std::printf("freed %s\n", size_words(freed).c_str());
   return whole;
 }

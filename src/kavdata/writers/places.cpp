@@ -10,6 +10,7 @@
 #include "kavdata/walks/failure.h"
 #include "kavdata/walks/handles.h"
 #include "kavdata/walks/tree_remove.h"
+#include "kavdata/walks/words.h"
 #include "kavdata/writers/staging.h"
 
 namespace kav {
@@ -19,13 +20,17 @@ bool begins(std::string_view name, std::string_view prefix) {
   return name.substr(0, prefix.size()) == prefix;
 }
 
-// Puts a data set moved aside back under its name, unless that name is
-// taken again; true when it went back.
+// Puts a data set moved aside back under its name: true when it went back,
+// false when that name is taken again, by what replaced it. Throws
+// kav_failure when it cannot tell or cannot put it back: then it stays.
 bool put_back(const kav_places& places, const std::string& name) {
+  const int updates = places.updates.get();
   const std::string original = name.substr(std::string_view(staging::replaced_prefix).size());
-  return ::faccessat(places.updates.get(), original.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) != 0 &&
-         errno == ENOENT &&
-         ::renameat(places.updates.get(), name.c_str(), places.updates.get(), original.c_str()) == 0;
+  if (::faccessat(updates, original.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0) return false;
+  if (errno != ENOENT) fail("cannot read " + escaped(paths::update_parent + original), errno);
+  if (::renameat(updates, name.c_str(), updates, original.c_str()) != 0)
+    fail("cannot put back " + escaped(paths::update_parent + name), errno);
+  return true;
 }
 
 }  // namespace
@@ -53,10 +58,10 @@ void sync_directory(int fd, const char* path) {
 std::vector<kav_leftover> settle_leftovers(const kav_places& places) {
   std::vector<kav_leftover> found;
   for (const std::string& name : names_in(places.updates.get(), paths::update_parent)) {
-    if (!leftover_name(name) || (begins(name, staging::replaced_prefix) && put_back(places, name)))
-      continue;
+    if (!leftover_name(name)) continue;
     kav_leftover leftover{name, 0, {}};
     try {
+      if (begins(name, staging::replaced_prefix) && put_back(places, name)) continue;
       leftover.bytes = remove_tree_at(places.updates.get(), name, paths::update_parent + name);
     } catch (const kav_failure& failure) {
       leftover.failure = failure.what();

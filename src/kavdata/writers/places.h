@@ -6,7 +6,7 @@
 
 #include "fs/unique_fd.h"
 
-// The directories that stage and clean change, held open: every name in
+// The directories that stage, latest and clean change, held open: every name in
 // them is then looked up by descriptor.
 namespace kav {
 
@@ -34,9 +34,10 @@ struct kav_leftover {
 bool leftover_name(const std::string& name);
 
 // Settles what interrupted commands left in /var/db/timezone/tz/: a data set
-// that a replacement moved aside goes back where its name is free; copies,
-// data sets being deleted and the temporary tz_latest link are deleted.
-// Returns what it deleted or could not delete.
+// that a replacement moved aside goes back where its name is free, and is
+// deleted where its replacement took the name; copies, data sets being
+// deleted and the temporary tz_latest link are deleted. Returns what it
+// deleted, or could not delete or put back.
 std::vector<kav_leftover> settle_leftovers(const kav_places& places);
 
 }  // namespace kav

@@ -24,9 +24,9 @@
 #include "kavdata/walks/tree_copy.h"
 #include "kavdata/walks/tree_remove.h"
 #include "kavdata/walks/words.h"
+#include "kavdata/writers/change.h"
+#include "kavdata/writers/downgrade.h"
 #include "kavdata/writers/latest_link.h"
-#include "kavdata/writers/lock.h"
-#include "kavdata/writers/places.h"
 #include "kavdata/writers/staging.h"
 
 namespace kav {
@@ -71,7 +71,7 @@ class kav_staging_copy {
       return {};
     } catch (const kav_failure& failure) {
       return "left " + escaped(path()) + " behind (" + failure.what() +
-             "); the next stage or clean deletes it";
+             "); the next stage, latest or clean deletes it";
     }
   }
 
@@ -206,7 +206,7 @@ std::string done_line(const char* what, const std::string& root, std::uint64_t b
 // tz_latest moves, a failure takes back all that was done; after it, the job
 // is done and the failure says so.
 void install(const kav_places& places, kav_staging_copy& copy, const std::string& name,
-             std::uint64_t bytes, const kav_keys& keys) {
+             std::uint64_t bytes, const kav_keys& keys, bool replace_newer) {
   const int updates = places.updates.get();
   const std::string root = paths::update_parent + name;
   struct stat existing;
@@ -219,6 +219,9 @@ void install(const kav_places& places, kav_staging_copy& copy, const std::string
   }
   const bool named = link_content(paths::latest_link) == root;
   if (replacing && !staged) refuse_if_used(name);
+  if (!named && !replace_newer)
+    if (const std::string downgrade = downgrade_words(name); !downgrade.empty())
+      throw kav_failure(downgrade);
   if (!(staged && named)) {
     // The copy is judged, not the source: nobody else can change it.
     const kav_check verdict = check_data_set(copy.path(), name);
@@ -299,9 +302,8 @@ std::pair<std::string, std::uint64_t> fill_from_archive(
 // Fills a copy from the source, judges it and puts it in place; `copy` is
 // left to the caller to delete, whatever happens.
 void stage(const kav_places& places, const std::string& source, const std::string& as,
-           const std::string& signature, std::optional<kav_staging_copy>& copy) {
-  for (const kav_leftover& leftover : settle_leftovers(places))
-    if (!leftover.failure.empty()) say(leftover.failure);
+           const std::string& signature, bool replace_newer,
+           std::optional<kav_staging_copy>& copy) {
   // Modes are given exactly, whatever the caller's umask.
   ::umask(0);
   const kav_keys keys = trusted_keys();
@@ -312,21 +314,22 @@ void stage(const kav_places& places, const std::string& source, const std::strin
   const auto [name, bytes] = archive
                                  ? fill_from_archive(places, source, as, signature, keys, copy)
                                  : fill_from_directory(places, source, as, copy);
-  install(places, *copy, name, bytes, keys);
+  install(places, *copy, name, bytes, keys, replace_newer);
 }
 
 }  // namespace
 
-int stage_data_set(const std::string& source, const std::string& as, const std::string& signature) {
+int stage_data_set(const std::string& source, const std::string& as, const std::string& signature,
+                   bool replace_newer) {
   // Declared in this order, the copy goes first, under the lock.
-  std::optional<kav_lock> lock;
-  std::optional<kav_places> places;
+  std::optional<kav_change> change;
   std::optional<kav_staging_copy> copy;
   int status = 0;
   try {
-    lock.emplace(lock_for_change());
-    places.emplace(open_places());
-    stage(*places, source, as, signature, copy);
+    change.emplace(begin_change());
+    for (const kav_leftover& leftover : change->leftovers)
+      if (!leftover.failure.empty()) say(leftover.failure);
+    stage(change->places, source, as, signature, replace_newer, copy);
   } catch (const kav_failure& failure) {
     say(failure.what());
     status = 1;
