@@ -11,6 +11,7 @@
 #include <sys/stat.h>
 #include <vector>
 
+#include "kavdata/building/build.h"
 #include "kavdata/building/pack.h"
 #include "kavdata/judgement/check.h"
 #include "kavdata/judgement/check_archive.h"
@@ -60,11 +61,13 @@ int usage(const char* problem = nullptr, const std::string& argument = "") {
   return 0;
 }
 
-// An option with an argument, which goes to `*argument`.
+// An option with an argument, which goes to `*argument`; or, a flag, without
+// one, when `*argument` is set to "".
 struct kav_value_option {
   const char* name;
   char letter;  // its short form, or 0
   std::optional<std::string>* argument;
+  bool flag = false;
 };
 
 // Reads the options of argv: --help and --version, then `values`. Returns -1
@@ -76,7 +79,8 @@ int parse_options(int argc, char** argv, std::initializer_list<kav_value_option>
   std::string letters = values.size() == 0 ? "+:h" : ":h";
   int code = 256;
   for (const kav_value_option& value : values) {
-    options.push_back({value.name, required_argument, nullptr, value.letter ? value.letter : code++});
+    options.push_back({value.name, value.flag ? no_argument : required_argument, nullptr,
+                       value.letter ? value.letter : code++});
     if (value.letter) letters += std::string(1, value.letter) + ":";
   }
   options.push_back({});
@@ -89,7 +93,7 @@ int parse_options(int argc, char** argv, std::initializer_list<kav_value_option>
     if (found == '?' && optopt != 0) return usage("invalid option --", std::string(1, optopt));
     if (found == '?') return usage("unrecognized option", argv[optind - 1]);
     for (std::size_t i = 2; i + 1 < options.size(); ++i)
-      if (options[i].val == found) *values.begin()[i - 2].argument = optarg;
+      if (options[i].val == found) *values.begin()[i - 2].argument = optarg ? optarg : "";
   }
   return -1;
 }
@@ -142,6 +146,24 @@ int pack_command(int argc, char** argv) {
   return source_command(argc, argv, kav::pack_data_set, true);
 }
 
+int build_command(int argc, char** argv) {
+  std::optional<std::string> as, signature, keyring, icu, icu_from, output, slim;
+  if (const int status = parse_options(argc, argv, {{"as", 0, &as}, {"signature", 0, &signature},
+                                                    {"keyring", 0, &keyring}, {"icu", 0, &icu},
+                                                    {"icu-from", 0, &icu_from}, {"output", 'o', &output},
+                                                    {"slim", 0, &slim, true}});
+      status >= 0)
+    return status;
+  if (argc - optind != 1) return usage("give one release: a tarball, a directory or a tzdata.zi");
+  if (icu.has_value() == icu_from.has_value()) return usage("give --icu FILE or --icu-from DIR");
+  if (signature && !keyring) return usage("--signature needs --keyring, the keys it must be by");
+  for (const auto* given : {&as, &signature, &keyring, &icu, &icu_from, &output})
+    if (*given && (*given)->empty()) return usage("an empty word given to an option");
+  return kav::build_data_set({argv[optind], as.value_or(""), signature.value_or(""),
+                              keyring.value_or(""), icu.value_or(""), icu_from.value_or(""),
+                              output.value_or(""), slim.has_value()});
+}
+
 int latest_command(int argc, char** argv) {
   if (const int status = parse_options(argc, argv); status >= 0) return status;
   if (argc - optind != 1) return usage("give one version, or none");
@@ -161,7 +183,8 @@ struct kav_command {
 
 constexpr kav_command commands[] = {{"status", status_command}, {"show", show_command},
                                     {"check", check_command},   {"stage", stage_command},
-                                    {"pack", pack_command},     {"latest", latest_command},
+                                    {"pack", pack_command},     {"build", build_command},
+                                    {"latest", latest_command},
                                     {"clean", clean_command}};
 
 }  // namespace

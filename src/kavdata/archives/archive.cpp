@@ -164,7 +164,8 @@ std::string clean_name(const char* raw) {
 
 class kav_unpacker {
  public:
-  kav_unpacker(int input, int target) : input_(input), tree_(target) {
+  kav_unpacker(int input, int target, kav_layout layout)
+      : input_(input), tree_(target), layout_(layout) {
     struct statvfs space;
     if (::fstatvfs(target, &space) != 0) fail("cannot write the data set", errno);
     free_ = static_cast<std::uint64_t>(space.f_bavail) * space.f_frsize;
@@ -178,6 +179,7 @@ class kav_unpacker {
         archive_read_support_filter_gzip(a) != ARCHIVE_OK ||
         archive_read_support_filter_xz(a) != ARCHIVE_OK ||
         archive_read_support_filter_zstd(a) != ARCHIVE_OK ||
+        (layout_ == kav_layout::release && archive_read_support_filter_lzip(a) != ARCHIVE_OK) ||
         archive_read_open(a, &input_, nullptr, kav_input::read, nullptr) != ARCHIVE_OK)
       refuse_read(a);
     archive_entry* entry;
@@ -185,7 +187,8 @@ class kav_unpacker {
       if (status < ARCHIVE_WARN) refuse_read(a);
       take(a, entry);
     }
-    if (result_.top.empty()) throw kav_failure("the archive holds no data set");
+    if (result_.top.empty() && (layout_ == kav_layout::data_set || result_.entries == 0))
+      throw kav_failure("the archive holds no data set");
     input_.drain();
     tree_.settle_directories();
     result_.digest = input_.digest();
@@ -207,8 +210,10 @@ class kav_unpacker {
     const std::string name = clean_name(archive_entry_pathname(entry));
     const std::size_t slash = name.find('/');
     const std::string top = name.substr(0, slash);
-    const std::string below = slash == std::string::npos ? "" : name.substr(slash + 1);
     const mode_t type = archive_entry_filetype(entry);
+    result_.newest = std::max<std::int64_t>(result_.newest, archive_entry_mtime(entry));
+    if (layout_ == kav_layout::release) return make(a, entry, name, name, type);
+    const std::string below = slash == std::string::npos ? "" : name.substr(slash + 1);
     if (result_.top.empty() && !name.empty()) {
       if (const std::string problem =
               version_name_problem(top, ": the archive's top directory names the data set");
@@ -219,6 +224,12 @@ class kav_unpacker {
     if (top != result_.top || (below.empty() && type != AE_IFDIR))
       throw kav_failure("the archive holds " + escaped(result_.top) + " and " + escaped(name) +
                         ": a data set is one top directory");
+    make(a, entry, name, below, type);
+  }
+
+  // Makes the entry `name` at `below`, relative to the target.
+  void make(archive* a, archive_entry* entry, const std::string& name, const std::string& below,
+            mode_t type) {
     if (archive_entry_hardlink(entry) != nullptr)
       throw kav_failure(escaped(name) + " is a hard link: only files, directories and links");
     if (type == AE_IFREG && archive_entry_sparse_count(entry) > 0)
@@ -298,6 +309,7 @@ class kav_unpacker {
 
   kav_input input_;
   kav_made_tree tree_;
+  kav_layout layout_;
   kav_unpacked result_;
   std::uint64_t free_ = 0, block_ = 4096, used_ = 0;
 };
@@ -305,8 +317,8 @@ class kav_unpacker {
 }  // namespace
 
 
-kav_unpacked unpack_archive(int input, int target) {
-  return kav_unpacker(input, target).run();
+kav_unpacked unpack_archive(int input, int target, kav_layout layout) {
+  return kav_unpacker(input, target, layout).run();
 }
 
 }  // namespace kav

@@ -17,7 +17,13 @@ struct kav_unpacked {
   std::uint64_t bytes = 0;      // of its files
   std::uint64_t entries = 0;
   kav_digest digest{};          // of every byte read, those after the archive's end too
+  std::int64_t newest = 0;      // the latest time of an entry
 };
+
+// How the archive's entries stand: a data set's one top directory, named by
+// its version, is left out; a time zone release's files (also lzip'd) are
+// unpacked as they stand, under one directory or none, for the caller to find.
+enum class kav_layout { data_set, release };
 
 // Unpacks the tar archive (POSIX, ustar, pax or GNU; plain, gzip, xz or zstd)
 // read from `input`, which it never seeks and reads to its end, into the empty
@@ -29,6 +35,6 @@ struct kav_unpacked {
 // "..", a link that leads out, a second top entry, a top that is not a version
 // string; and an archive beyond the bounds above or the free space of
 // `target`. What it made before is left for the caller to delete.
-kav_unpacked unpack_archive(int input, int target);
+kav_unpacked unpack_archive(int input, int target, kav_layout layout = kav_layout::data_set);
 
 }  // namespace kav
