@@ -127,6 +127,9 @@ int made_directory(const kav_build_place& place, int parent, const std::string& 
 }
 
 void build(const kav_build_request& request) {
+  // What zic and this build make is 0644 and 0755 from the start, whatever
+  // the caller's umask: nothing needs mending afterwards.
+  ::umask(022);
   const std::optional<std::int64_t> epoch = source_date_epoch();
   const std::size_t slash = request.output.find_last_of('/');
   const std::string parent = request.output.empty() || slash == std::string::npos ? "."

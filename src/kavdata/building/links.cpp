@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <map>
-#include <optional>
 #include <unistd.h>
 
 #include "fs/unique_fd.h"
@@ -23,20 +22,38 @@ std::vector<std::string> parts_of(const std::string& path) {
   return parts;
 }
 
-// Replaces the entry `name` below `zoneinfo` by a link holding `content`.
-void replace_by_link(int zoneinfo, const std::string& name, const std::string& content) {
-  const std::vector<std::string> parts = parts_of(name);
-  std::optional<unique_fd> parent;
-  for (std::size_t i = 0; i + 1 < parts.size(); ++i) {
-    parent.emplace(::openat(parent ? parent->get() : zoneinfo, parts[i].c_str(),
-                            O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (!parent->valid()) fail("cannot make the link zoneinfo/" + escaped(name), errno);
+// Replaces entries below the directory open at `zoneinfo` by links, each
+// directory opened once, never through a link.
+class kav_link_maker {
+ public:
+  explicit kav_link_maker(int zoneinfo) : zoneinfo_(zoneinfo) {}
+
+  void replace(const std::string& name, const std::string& content) {
+    const std::size_t slash = name.rfind('/');
+    const int at = slash == std::string::npos ? zoneinfo_ : directory(name.substr(0, slash), name);
+    const std::string last = name.substr(slash == std::string::npos ? 0 : slash + 1);
+    if (::unlinkat(at, last.c_str(), 0) != 0 || ::symlinkat(content.c_str(), at, last.c_str()) != 0)
+      fail("cannot make the link zoneinfo/" + escaped(name), errno);
   }
-  const int at = parent ? parent->get() : zoneinfo;
-  if (parts.empty() || ::unlinkat(at, parts.back().c_str(), 0) != 0 ||
-      ::symlinkat(content.c_str(), at, parts.back().c_str()) != 0)
-    fail("cannot make the link zoneinfo/" + escaped(name), parts.empty() ? EINVAL : errno);
-}
+
+ private:
+  int directory(const std::string& path, const std::string& name) {
+    auto found = directories_.find(path);
+    if (found != directories_.end()) return found->second.get();
+    int at = zoneinfo_;
+    for (const std::string& part : parts_of(path)) {
+      at = ::openat(at, part.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+      if (at < 0) fail("cannot make the link zoneinfo/" + escaped(name), errno);
+      opened_.emplace_back(at);
+    }
+    directories_.emplace(path, unique_fd(::fcntl(at, F_DUPFD_CLOEXEC, 0)));
+    return directories_.at(path).get();
+  }
+
+  int zoneinfo_;
+  std::map<std::string, unique_fd> directories_;
+  std::vector<unique_fd> opened_;
+};
 
 }  // namespace
 
@@ -52,10 +69,11 @@ std::string relative_link(const std::string& name, const std::string& target) {
 
 void make_links(int zoneinfo, const std::vector<kav_link>& links) {
   std::map<std::string, std::string> made;  // a link's name, and the zone it leads to
+  kav_link_maker maker(zoneinfo);
   for (const kav_link& link : links) {
     std::string target = link.target;
     for (int hops = 0; made.count(target) != 0 && hops < 64; ++hops) target = made[target];
-    replace_by_link(zoneinfo, link.name, relative_link(link.name, target));
+    maker.replace(link.name, relative_link(link.name, target));
     made[link.name] = target;
   }
 }

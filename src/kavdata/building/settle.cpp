@@ -27,7 +27,8 @@ void settle_tree(int top, const std::string& shown, std::int64_t time) {
     if (S_ISREG(status.st_mode) && status.st_nlink > 1)
       throw kav_failure(escaped(path) + " has " + std::to_string(status.st_nlink) +
                         " names: a link that no Link line of the input names");
-    if ((S_ISREG(status.st_mode) && ::fchmodat(top, name.c_str(), 0644, 0) != 0) ||
+    if ((S_ISREG(status.st_mode) && (status.st_mode & 07777) != 0644 &&
+         ::fchmodat(top, name.c_str(), 0644, 0) != 0) ||
         ::utimensat(top, name.c_str(), times, AT_SYMLINK_NOFOLLOW) != 0)
       fail("cannot write " + escaped(path), errno);
   }
