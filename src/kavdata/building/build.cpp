@@ -94,6 +94,7 @@ kav_release read_source(const kav_build_request& request, const kav_build_place&
 // must begin.
 std::string version_string(const kav_release& release, const std::string& as) {
   const std::string word = release.version;
+  if (word.empty()) throw kav_failure("the release names no version: its version line is empty");
   if (word.find('.') != std::string::npos || !version_name_problem(word + ".1.0").empty())
     throw kav_failure("the release's version " + escaped(word) +
                       " is not a version: a year and letters, such as 2026b");
