@@ -125,6 +125,8 @@ def main():
     write("set/icutz", {"icutz44l.dat": "ICU data"})
     write("bad", RELEASE | {"europe": RELEASE["europe"] + "Zone\tX\t1:00\tNoRule\tX%sT # \x01\n"})
     write("word", RELEASE | {"version": "2099a-12-gabc\n"})
+    write("up", RELEASE | {"backward": RELEASE["backward"] + "Link Etc/UTC ../UTC\n"})
+    write("none", RELEASE | {"backward": "Link Etc/UTC UTC\nLink Nowhere Etc/Nowhere\n"})
     write("lacking", RELEASE)
     os.unlink("lacking/factory")
     tarball("rel.tar.gz", "rel")
@@ -185,6 +187,10 @@ def main():
                                              "big is 2.0 GiB, more than the 64.0 MiB a file may hold"], 1),
         (["-o", "x", *icu, "bad"], [unsigned.format("bad"), "zic: europe, line 7: invalid saved "
          "time: \"Zone\\x09X\\x091:00\\x09NoRule\\x09X%sT\" (and 1 more)"], 1),
+        (["-o", "x", *icu, "up"], [unsigned.format("up"), "backward, line 4: Link Etc/UTC ../UTC: "
+                                   "../UTC is no file name: it holds .."], 1),
+        (["-o", "x", *icu, "none"], [unsigned.format("none"), "backward, line 2: Link Nowhere "
+                                     "Etc/Nowhere: it leads to no zone"], 1),
         (["-o", "x", *icu, "lacking"], [unsigned.format("lacking"), "lacking/factory is missing"], 1),
         (["-o", "x", *icu, "word"], [unsigned.format("word"), "the release's version "
          "2099a-12-gabc is not a version: a year and letters, such as 2026b"], 1),

@@ -146,12 +146,12 @@ void build(const kav_build_request& request) {
   if (::lstat(output.c_str(), &status) == 0)
     throw kav_failure(escaped(output) + " exists: build makes a new directory");
 
-  write_file_at(place.fd(), "tzdata.zi", release.input.text, "tzdata.zi");
+  write_file_at(place.fd(), "tzdata.zi", without_links(release.input.text), "tzdata.zi");
   const unique_fd top(made_directory(place, place.fd(), "set"));
   const unique_fd zoneinfo(made_directory(place, top.get(), "zoneinfo"));
   const unique_fd icutz(made_directory(place, top.get(), "icutz"));
   compile_zones(release.input, place.path(), "tzdata.zi", "set/zoneinfo", request.slim);
-  make_links(zoneinfo.get(), links_of(release.input.text));
+  make_links(zoneinfo.get(), release.input);
   write_file_at(zoneinfo.get(), "tzdata.zi", release.input.text, "zoneinfo/tzdata.zi");
   write_file_at(zoneinfo.get(), "+VERSION", release.version + "\n", "zoneinfo/+VERSION");
   for (const auto& [name, bytes] : release.tables)

@@ -1,6 +1,7 @@
 #include "kavdata/building/zic_input.h"
 
 #include <cctype>
+#include <optional>
 #include <string_view>
 
 namespace kav {
@@ -47,6 +48,15 @@ void each_line(std::string_view text, T take) {
   }
 }
 
+// The link a line states, if it is one.
+std::optional<kav_link> link_of(std::string_view line, std::size_t number) {
+  std::vector<std::string> fields = fields_of(data_part(line));
+  if (fields.size() != 3 || fields[0].size() > 4) return std::nullopt;
+  for (char& c : fields[0]) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  if (std::string_view("link").substr(0, fields[0].size()) != fields[0]) return std::nullopt;
+  return kav_link{fields[1], fields[2], number};
+}
+
 }  // namespace
 
 kav_origin kav_zic_input::origin(std::size_t number) const {
@@ -83,14 +93,20 @@ kav_zic_input joined_input(const std::string& version,
 
 std::vector<kav_link> links_of(const std::string& text) {
   std::vector<kav_link> links;
+  std::size_t number = 0;
   each_line(text, [&](std::string_view line) {
-    std::vector<std::string> fields = fields_of(data_part(line));
-    if (fields.size() < 3 || fields[0].size() > 4) return;
-    for (char& c : fields[0]) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    if (std::string_view("link").substr(0, fields[0].size()) == fields[0])
-      links.push_back({fields[1], fields[2]});
+    if (const std::optional<kav_link> link = link_of(line, ++number)) links.push_back(*link);
   });
   return links;
+}
+
+std::string without_links(const std::string& text) {
+  std::string kept;
+  each_line(text, [&](std::string_view line) {
+    if (!link_of(line, 0)) kept.append(line);
+    kept.push_back('\n');
+  });
+  return kept;
 }
 
 }  // namespace kav

@@ -34,10 +34,15 @@ kav_zic_input joined_input(const std::string& version,
 struct kav_link {
   std::string target;
   std::string name;
+  std::size_t line;  // from 1
 };
 
 // The Link lines of `text`, in order, as zic reads them: any case, the
-// keyword abbreviated, fields quoted.
+// keyword abbreviated, fields quoted, three of them.
 std::vector<kav_link> links_of(const std::string& text);
+
+// `text` with each of those lines left empty, for zic to compile the zones
+// and rules alone, its lines numbered as before.
+std::string without_links(const std::string& text);
 
 }  // namespace kav
