@@ -99,9 +99,9 @@ std::string version_string(const kav_release& release, const std::string& as) {
     throw kav_failure("the release's version " + escaped(word) +
                       " is not a version: a year and letters, such as 2026b");
   if (as.empty()) return word + ".1.0";
-  if (const std::string problem = version_name_problem(as, ": give --as a version string, such as " + word + ".1.0");
-      !problem.empty())
-    throw kav_failure(problem);
+  const std::string problem =
+      version_name_problem(as, ": give --as a version string, such as " + word + ".1.0");
+  if (!problem.empty()) throw kav_failure(problem);
   if (as.substr(0, as.find('.')) != word)
     throw kav_failure("--as " + escaped(as) + " does not begin with the release's version " +
                       escaped(word) + ", which zoneinfo/+VERSION holds");
@@ -127,6 +127,23 @@ int made_directory(const kav_build_place& place, int parent, const std::string& 
   return fd;
 }
 
+// Makes the data set as "set" in `place`: the zones compiled from the input
+// without its links, the links, the text files, the ICU data file.
+void make_data_set(const kav_build_place& place, const kav_release& release,
+                   const kav_icu_file& icu, bool slim) {
+  write_file_at(place.fd(), "tzdata.zi", without_links(release.input.text), "tzdata.zi");
+  const unique_fd top(made_directory(place, place.fd(), "set"));
+  const unique_fd zoneinfo(made_directory(place, top.get(), "zoneinfo"));
+  const unique_fd icutz(made_directory(place, top.get(), "icutz"));
+  compile_zones(release.input, place.path(), "tzdata.zi", "set/zoneinfo", slim);
+  make_links(zoneinfo.get(), release.input);
+  write_file_at(zoneinfo.get(), "tzdata.zi", release.input.text, "zoneinfo/tzdata.zi");
+  write_file_at(zoneinfo.get(), "+VERSION", release.version + "\n", "zoneinfo/+VERSION");
+  for (const auto& [name, bytes] : release.tables)
+    write_file_at(zoneinfo.get(), name, bytes, "zoneinfo/" + name);
+  write_file_at(icutz.get(), icu.name, icu.bytes, "icutz/" + escaped(icu.name));
+}
+
 void build(const kav_build_request& request) {
   // What zic and this build make is 0644 and 0755 from the start, whatever
   // the caller's umask: nothing needs mending afterwards.
@@ -146,26 +163,18 @@ void build(const kav_build_request& request) {
   if (::lstat(output.c_str(), &status) == 0)
     throw kav_failure(escaped(output) + " exists: build makes a new directory");
 
-  write_file_at(place.fd(), "tzdata.zi", without_links(release.input.text), "tzdata.zi");
-  const unique_fd top(made_directory(place, place.fd(), "set"));
-  const unique_fd zoneinfo(made_directory(place, top.get(), "zoneinfo"));
-  const unique_fd icutz(made_directory(place, top.get(), "icutz"));
-  compile_zones(release.input, place.path(), "tzdata.zi", "set/zoneinfo", request.slim);
-  make_links(zoneinfo.get(), release.input);
-  write_file_at(zoneinfo.get(), "tzdata.zi", release.input.text, "zoneinfo/tzdata.zi");
-  write_file_at(zoneinfo.get(), "+VERSION", release.version + "\n", "zoneinfo/+VERSION");
-  for (const auto& [name, bytes] : release.tables)
-    write_file_at(zoneinfo.get(), name, bytes, "zoneinfo/" + name);
-  write_file_at(icutz.get(), icu.name, icu.bytes, "icutz/" + escaped(icu.name));
-  const std::int64_t time = epoch.value_or(release.time);
-  settle_tree(top.get(), escaped(output), time);
+  make_data_set(place, release, icu, request.slim);
+  const std::int64_t when = epoch.value_or(release.time);
+  const unique_fd top(open_directory_at(place.fd(), "set"));
+  if (!top.valid()) fail("cannot read " + escaped(place.path()), errno);
+  settle_tree(top.get(), escaped(output), when);
 
   const kav_check check = check_contents(place.path() + "/set", version);
   for (std::size_t i = 0; i + 1 < check.reasons.size(); ++i) say(check.reasons[i]);
   if (!check.reasons.empty()) throw kav_failure(check.reasons.back());
   place.publish("set", output);
   // Moved into another directory, it may take the time of the move.
-  const timespec times[2] = {{static_cast<time_t>(time), 0}, {static_cast<time_t>(time), 0}};
+  const timespec times[2] = {{static_cast<time_t>(when), 0}, {static_cast<time_t>(when), 0}};
   if (::utimensat(AT_FDCWD, output.c_str(), times, AT_SYMLINK_NOFOLLOW) != 0)
     fail("cannot write " + escaped(output), errno);
   std::printf("built %s from release %s (%s) in %s\n", escaped(version).c_str(),
