@@ -124,6 +124,7 @@ def main():
     os.mkdir("icu/icutz45l.dat")
     write("set/icutz", {"icutz44l.dat": "ICU data"})
     write("bad", RELEASE | {"europe": RELEASE["europe"] + "Zone\tX\t1:00\tNoRule\tX%sT # \x01\n"})
+    write("warn", RELEASE | {"europe": RELEASE["europe"] + "Zone\tLong\t1:00\t-\tABCDEFGHIJK\n"})
     write("word", RELEASE | {"version": "2099a-12-gabc\n"})
     write("up", RELEASE | {"backward": RELEASE["backward"] + "Link Etc/UTC ../UTC\n"})
     write("none", RELEASE | {"backward": "Link Etc/UTC UTC\nLink Nowhere Etc/Nowhere\n"})
@@ -191,6 +192,8 @@ def main():
                                    "../UTC is no file name: it holds .."], 1),
         (["-o", "x", *icu, "none"], [unsigned.format("none"), "backward, line 2: Link Nowhere "
                                      "Etc/Nowhere: it leads to no zone"], 1),
+        (["-o", "warned", *icu, "warn"], [unsigned.format("warn"), "zic: warning: europe, line 7: "
+         "time zone abbreviation has too many characters (ABCDEFGHIJK)"], 0),
         (["-o", "x", *icu, "lacking"], [unsigned.format("lacking"), "lacking/factory is missing"], 1),
         (["-o", "x", *icu, "word"], [unsigned.format("word"), "the release's version "
          "2099a-12-gabc is not a version: a year and letters, such as 2026b"], 1),
