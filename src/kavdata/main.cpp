@@ -11,6 +11,7 @@
 #include <sys/stat.h>
 #include <vector>
 
+#include "kavdata/building/build.h"
 #include "kavdata/building/pack.h"
 #include "kavdata/judgement/check.h"
 #include "kavdata/judgement/check_archive.h"
@@ -185,6 +186,24 @@ int diff_command(int argc, char** argv) {
   return kav::diff_data_sets(request);
 }
 
+int build_command(int argc, char** argv) {
+  std::optional<std::string> as, signature, keyring, icu, icu_from, output, slim;
+  if (const int status = parse_options(argc, argv, {{"as", 0, &as}, {"signature", 0, &signature},
+                                                    {"keyring", 0, &keyring}, {"icu", 0, &icu},
+                                                    {"icu-from", 0, &icu_from}, {"output", 'o', &output},
+                                                    {"slim", 0, &slim, nullptr, true}});
+      status >= 0)
+    return status;
+  if (argc - optind != 1) return usage("give one release: a tarball, a directory or a tzdata.zi");
+  if (icu.has_value() == icu_from.has_value()) return usage("give --icu FILE or --icu-from DIR");
+  if (signature && !keyring) return usage("--signature needs --keyring, the keys it must be by");
+  for (const auto* given : {&as, &signature, &keyring, &icu, &icu_from, &output})
+    if (*given && (*given)->empty()) return usage("an empty word given to an option");
+  return kav::build_data_set({argv[optind], as.value_or(""), signature.value_or(""),
+                              keyring.value_or(""), icu.value_or(""), icu_from.value_or(""),
+                              output.value_or(""), slim.has_value()});
+}
+
 int latest_command(int argc, char** argv) {
   std::optional<std::string> target;
   if (const int status = parse_options(argc, argv, {{"target", 0, &target}}); status >= 0)
@@ -208,8 +227,9 @@ struct kav_command {
 
 constexpr kav_command commands[] = {{"status", status_command}, {"show", show_command},
                                     {"check", check_command},   {"stage", stage_command},
-                                    {"pack", pack_command},     {"latest", latest_command},
-                                    {"clean", clean_command},   {"diff", diff_command}};
+                                    {"pack", pack_command},     {"build", build_command},
+                                    {"latest", latest_command}, {"clean", clean_command},
+                                    {"diff", diff_command}};
 
 }  // namespace
 

@@ -150,7 +150,8 @@ std::vector<std::string> name_parts(const char* raw) {
 
 class kav_unpacker {
  public:
-  kav_unpacker(int input, int target, std::uint64_t free_space) : input_(input), tree_(target) {
+  kav_unpacker(int input, int target, std::uint64_t free_space, kav_layout layout)
+      : input_(input), tree_(target), layout_(layout) {
     struct statvfs space;
     if (::fstatvfs(target, &space) != 0) fail("cannot write the data set", errno);
     free_ = std::min<std::uint64_t>(free_space, std::uint64_t(space.f_bavail) * space.f_frsize);
@@ -164,6 +165,7 @@ class kav_unpacker {
         archive_read_support_filter_gzip(a) != ARCHIVE_OK ||
         archive_read_support_filter_xz(a) != ARCHIVE_OK ||
         archive_read_support_filter_zstd(a) != ARCHIVE_OK ||
+        (layout_ == kav_layout::release && archive_read_support_filter_lzip(a) != ARCHIVE_OK) ||
         archive_read_open(a, &input_, nullptr, kav_input::read, nullptr) != ARCHIVE_OK)
       refuse_read(a);
     archive_entry* entry;
@@ -171,7 +173,8 @@ class kav_unpacker {
       if (status < ARCHIVE_WARN) refuse_read(a);
       take(a, entry);
     }
-    if (result_.top.empty()) throw kav_failure("the archive holds no data set");
+    if (result_.top.empty() && (layout_ == kav_layout::data_set || result_.entries == 0))
+      throw kav_failure("the archive holds no data set");
     input_.drain();
     tree_.settle_directories();
     return result_;
@@ -198,20 +201,12 @@ class kav_unpacker {
     count(1);
     std::vector<std::string> parts = name_parts(archive_entry_pathname(entry));
     const std::string name = joined(parts, parts.size());
-    const std::string top = parts.empty() ? "" : parts.front();
-    if (!parts.empty()) parts.erase(parts.begin());
-    const std::string below = joined(parts, parts.size());
     const mode_t type = archive_entry_filetype(entry);
-    if (result_.top.empty() && !name.empty()) {
-      if (const std::string problem =
-              version_name_problem(top, ": the archive's top directory names the data set");
-          !problem.empty())
-        throw kav_failure(problem);
-      result_.top = top;
-    }
-    if (top != result_.top || (below.empty() && type != AE_IFDIR))
-      throw kav_failure("the archive holds " + escaped(result_.top) + " and " + escaped(name) +
-                        ": a data set is one top directory");
+    result_.newest = std::max<std::int64_t>(result_.newest, archive_entry_mtime(entry));
+    if (layout_ == kav_layout::data_set) leave_out_top(parts, name, type);
+    if (parts.empty() && type != AE_IFDIR)
+      throw kav_failure(escaped(name) + " names the archive's top, which must be a directory");
+    const std::string below = joined(parts, parts.size());
     if (parts.size() > depth_limit)
       throw kav_failure(escaped(name) + " lies more than " + std::to_string(depth_limit) +
                         " levels below the top");
@@ -234,6 +229,23 @@ class kav_unpacker {
     take_space(made * block_);
     if (type == AE_IFLNK) make_link(at, parts.back(), below, archive_entry_symlink(entry));
     if (type == AE_IFREG) make_file(a, at, parts.back(), below, archive_entry_size(entry));
+  }
+
+  // Judges a data set's one top directory, named by its version, and leaves
+  // it out of `parts`.
+  void leave_out_top(std::vector<std::string>& parts, const std::string& name, mode_t type) {
+    const std::string top = parts.empty() ? "" : parts.front();
+    if (!parts.empty()) parts.erase(parts.begin());
+    if (result_.top.empty() && !name.empty()) {
+      if (const std::string problem =
+              version_name_problem(top, ": the archive's top directory names the data set");
+          !problem.empty())
+        throw kav_failure(problem);
+      result_.top = top;
+    }
+    if (top != result_.top || (parts.empty() && type != AE_IFDIR))
+      throw kav_failure("the archive holds " + escaped(result_.top) + " and " + escaped(name) +
+                        ": a data set is one top directory");
   }
 
   [[noreturn]] static void refuse_write(const std::string& path, int error) {
@@ -288,20 +300,22 @@ class kav_unpacker {
     const std::string content = target == nullptr ? "" : target;
     reserve(path, 0);
     if (::symlinkat(content.c_str(), at, last.c_str()) != 0) refuse_write(path, errno);
+    result_.links.emplace_back(path, content);
     if (::geteuid() == 0 && ::fchownat(at, last.c_str(), 0, 0, AT_SYMLINK_NOFOLLOW) != 0)
       fail("cannot write " + escaped(path), errno);
   }
 
   kav_input input_;
   kav_made_tree tree_;
+  kav_layout layout_;
   kav_unpacked result_;
   std::uint64_t free_ = 0, block_ = 4096, used_ = 0;
 };
 
 }  // namespace
 
-kav_unpacked unpack_archive(int input, int target, std::uint64_t free_space) {
-  return kav_unpacker(input, target, free_space).run();
+kav_unpacked unpack_archive(int input, int target, std::uint64_t free_space, kav_layout layout) {
+  return kav_unpacker(input, target, free_space, layout).run();
 }
 
 }  // namespace kav

@@ -3,6 +3,8 @@
 #include <array>
 #include <cstdint>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "kavdata/walks/limits.h"
 
@@ -16,7 +18,16 @@ struct kav_unpacked {
   std::string top;              // the one top directory's name, a version string
   std::uint64_t bytes = 0;      // of its files
   std::uint64_t entries = 0;    // directories that names imply too
+  std::int64_t newest = 0;      // the latest time of an entry
+  // Every link made, by its path below the target, and its text: where each
+  // leads is the caller's to judge.
+  std::vector<std::pair<std::string, std::string>> links;
 };
+
+// How the archive's entries stand: a data set's one top directory, named by
+// its version, is left out; a time zone release's files (also lzip'd) are
+// unpacked as they stand, under one directory or none, for the caller to find.
+enum class kav_layout { data_set, release };
 
 // Unpacks the tar archive (POSIX, ustar, pax or GNU; plain, gzip, xz or zstd)
 // read from `input`, which it never seeks and reads to its end, into the empty
@@ -31,6 +42,7 @@ struct kav_unpacked {
 // bounds above or the free space of `target`, of which it counts at most
 // `free_space` bytes. Where its links lead is for the caller to judge, once
 // it is whole. What it made before is left for the caller to delete.
-kav_unpacked unpack_archive(int input, int target, std::uint64_t free_space = UINT64_MAX);
+kav_unpacked unpack_archive(int input, int target, std::uint64_t free_space = UINT64_MAX,
+                            kav_layout layout = kav_layout::data_set);
 
 }  // namespace kav

@@ -86,14 +86,16 @@ void stay_shallow(FTS* walk, FTSENT* entry, std::size_t above) {
     fts_set(walk, entry, FTS_SKIP);
 }
 
-// Why a link does not lead to an entry of the data set, from open_beneath's
-// errno.
-std::string astray(int error) {
+}  // namespace
+
+std::string astray_words(int error) {
   if (error == EXDEV) return " leads out of the data set: ";
   if (error == ELOOP) return " is a loop of links, or a chain of more than 40: ";
   if (error == ENOENT || error == ENOTDIR) return " leads to nothing in the data set: ";
   return " cannot be followed (" + error_words(error) + "): ";
 }
+
+namespace {
 
 class kav_checker {
  public:
@@ -199,7 +201,7 @@ class kav_checker {
     const unique_fd led(open_beneath(top_fd_, path));
     if (led.valid()) return;
     astray_ = true;
-    reason(escaped(path) + astray(errno) + escaped(link_content(at)));
+    reason(escaped(path) + astray_words(errno) + escaped(link_content(at)));
   }
 
   // Whether a directory below the top may be changed by another user than

@@ -23,6 +23,11 @@ kav_check check_data_set(const std::string& directory, const std::string& as);
 // judgement but the next start on this device's data.
 kav_check check_contents(const std::string& directory, const std::string& as);
 
+// Why a link does not lead to an entry of the data set, from open_beneath's
+// errno: the words between the link's name and its text (" leads out of the
+// data set: ").
+std::string astray_words(int error);
+
 // Prints the reasons one a line, or that the next start would take it;
 // returns the exit status, 1 when there are reasons.
 int print_check(const kav_check& check);
