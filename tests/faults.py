@@ -2,7 +2,7 @@
 """Fails the programs at every file-system call of the first run of some
 rows, and kills them at every call that changes the file system, and checks
 what follows: faults.py KAVSETUP KAVDATA ROWS. KAVSETUP and KAVDATA are
-static builds. README.md ("Tests") says what it proves."""
+static builds. doc/testing.md says what it proves."""
 import codecs
 import concurrent.futures
 import glob
@@ -89,8 +89,8 @@ def traced(image, program, run, umask, injection):
 
 
 def allowed(path, final, expected, interrupted, old_record):
-    """Whether README.md lists this difference a fault or crash of a start
-    may leave."""
+    """Whether kavsetup(8), under INTERRUPTED RUNS, lists this difference a
+    fault or crash of a start may leave."""
     in_use = expected.get(ZONEINFO, "").split("/")[-2]
     return {ICUTZ: interrupted.get(ZONEINFO) == expected.get(ZONEINFO)
                    and final.get(ICUTZ) == interrupted.get(ICUTZ),
