@@ -30,10 +30,6 @@
 namespace kav {
 namespace {
 
-void say(const std::string& line) {
-  std::fprintf(stderr, "%s: build: %s\n", program_invocation_short_name, line.c_str());
-}
-
 bool ends_with(const std::string& text, const std::string& end) {
   return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
 }
@@ -47,7 +43,8 @@ kav_release read_source(const kav_build_request& request, const kav_build_place&
     throw kav_failure(escaped(request.source) + " is " + (zi ? "a tzdata.zi" : "a directory") +
                       ", which carries no signature: --keyring checks a release tarball");
   if (request.keyring.empty())
-    say(escaped(request.source) + " is not authenticated: no --keyring to check its signature");
+    tell("build", escaped(request.source) +
+                      " is not authenticated: no --keyring to check its signature");
   if (zi) return read_zi(request.source);
   if (directory) {
     const unique_fd top(::open(request.source.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -161,7 +158,7 @@ void build(const kav_build_request& request) {
   settle_tree(top.get(), escaped(output), when);
 
   const kav_check check = check_contents(place.path() + "/set", version);
-  for (std::size_t i = 0; i + 1 < check.reasons.size(); ++i) say(check.reasons[i]);
+  for (std::size_t i = 0; i + 1 < check.reasons.size(); ++i) tell("build", check.reasons[i]);
   if (!check.reasons.empty()) throw kav_failure(check.reasons.back());
   place.publish("set", output);
   // Moved into another directory, it may take the time of the move.
@@ -180,7 +177,7 @@ int build_data_set(const kav_build_request& request) {
     build(request);
     return 0;
   } catch (const kav_failure& failure) {
-    say(failure.what());
+    tell("build", failure.what());
     return 1;
   }
 }

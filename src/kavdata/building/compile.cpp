@@ -1,7 +1,5 @@
 #include "kavdata/building/compile.h"
 
-#include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <regex>
 #include <vector>
@@ -55,8 +53,7 @@ void compile_zones(const kav_zic_input& input, const std::string& directory,
     const kav_zic_message message = parsed(run.err.substr(start, end - start), name);
     start = end + 1;
     if (message.warning || run.status == 0)
-      std::fprintf(stderr, "%s: build: zic: %s\n", program_invocation_short_name,
-                   words_of(message, input).c_str());
+      tell("build", "zic: " + words_of(message, input));
     else
       errors.push_back(message);
   }

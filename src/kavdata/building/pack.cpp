@@ -179,7 +179,7 @@ void pack(const std::string& directory, const std::string& as, const std::string
   const kav_scratch scratch("pack");
   const kav_check check = check_contents(scratch.path(), copy_source(directory, as, scratch));
   for (std::size_t i = 0; i + 1 < check.reasons.size(); ++i)
-    std::fprintf(stderr, "%s: pack: %s\n", program_invocation_short_name, check.reasons[i].c_str());
+    tell("pack", check.reasons[i]);
   if (!check.reasons.empty()) throw kav_failure(check.reasons.back());
   const std::vector<kav_packed_entry> found = entries(scratch.path(), check.version_string);
   if (output == "-") return write_archive(STDOUT_FILENO, found, "standard output");
@@ -198,7 +198,7 @@ int pack_data_set(const std::string& directory, const std::string& as, const std
     pack(directory, as, output);
     return 0;
   } catch (const kav_failure& failure) {
-    std::fprintf(stderr, "%s: pack: %s\n", program_invocation_short_name, failure.what());
+    tell("pack", failure.what());
     return 1;
   }
 }

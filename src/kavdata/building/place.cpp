@@ -1,7 +1,6 @@
 #include "kavdata/building/place.h"
 
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
 #include <stdio.h>
@@ -26,7 +25,7 @@ kav_build_place::~kav_build_place() {
   try {
     remove_tree_at(parent.get(), path_.substr(parent_.size() + 1), path_);
   } catch (const kav_failure& failure) {
-    std::fprintf(stderr, "%s: build: %s\n", program_invocation_short_name, failure.what());
+    tell("build", failure.what());
   }
 }
 

@@ -20,4 +20,8 @@ class kav_failure : public std::runtime_error {
 // Throws a kav_failure: `what`, then ": " and the text of `error`.
 [[noreturn]] void fail(const std::string& what, int error);
 
+// Writes `line` on standard error as the command's own, "kavdata: COMMAND:
+// LINE", for a failure or a warning that the command goes on after.
+void tell(const char* command, const std::string& line);
+
 }  // namespace kav

@@ -1,7 +1,6 @@
 #include "kavdata/walks/scratch.h"
 
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
 
@@ -39,7 +38,7 @@ kav_scratch::~kav_scratch() {
   try {
     remove_tree_at(parent_.get(), path_.substr(path_.rfind('/') + 1), path_);
   } catch (const kav_failure& failure) {
-    std::fprintf(stderr, "%s: %s: %s\n", program_invocation_short_name, command_, failure.what());
+    tell(command_, failure.what());
   }
 }
 

@@ -21,10 +21,6 @@
 namespace kav {
 namespace {
 
-void say(const std::string& line) {
-  std::fprintf(stderr, "%s: clean: %s\n", program_invocation_short_name, line.c_str());
-}
-
 void deleted(const std::string& name, std::uint64_t bytes) {
   std::printf("deleted %s (%s)\n", escaped(name).c_str(), size_words(bytes).c_str());
 }
@@ -59,7 +55,8 @@ bool out_of_use(const kav_places& places, const std::set<std::string>& kept,
   struct stat status;
   if (::fstatat(places.updates.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0)
     return S_ISDIR(status.st_mode);
-  say("cannot examine " + escaped(paths::update_parent + name) + ": " + error_words(errno));
+  tell("clean",
+       "cannot examine " + escaped(paths::update_parent + name) + ": " + error_words(errno));
   whole = false;
   return false;
 }
@@ -79,7 +76,7 @@ bool delete_data_set(const kav_places& places, const std::string& name, std::uin
     freed += bytes;
     return true;
   } catch (const kav_failure& failure) {
-    say(failure.what());
+    tell("clean", failure.what());
     return false;
   }
 }
@@ -95,7 +92,7 @@ bool clean() {
   bool whole = true;
   for (const kav_leftover& leftover : change.leftovers) {
     if (leftover.failure.empty()) deleted(leftover.name, leftover.bytes);
-    else say(leftover.failure);
+    else tell("clean", leftover.failure);
     whole = whole && leftover.failure.empty();
     freed += leftover.bytes;
   }
@@ -117,7 +114,7 @@ int clean_data_sets() {
   try {
     return clean() ? 0 : 1;
   } catch (const kav_failure& failure) {
-    say(failure.what());
+    tell("clean", failure.what());
     return 1;
   }
 }

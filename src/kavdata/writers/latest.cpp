@@ -23,10 +23,6 @@
 namespace kav {
 namespace {
 
-void say(const std::string& line) {
-  std::fprintf(stderr, "%s: latest: %s\n", program_invocation_short_name, line.c_str());
-}
-
 // `text` as show writes a value, read back: "\\" is a backslash and "\xHH"
 // the byte HH. Throws kav_failure for any other backslash, and for a NUL
 // byte, which no link can hold.
@@ -82,7 +78,7 @@ void ask_for_clean(const kav_places& places) {
       fail("cannot write " + std::string(staging::clean_request), errno);
     sync_directory(timezone, paths::timezone_dir);
   } catch (const kav_failure& failure) {
-    say(failure.what());
+    tell("latest", failure.what());
   }
 }
 
@@ -113,11 +109,11 @@ int latest(const std::function<void()>& judge,
     judge();
     const kav_change change = begin_change();
     for (const kav_leftover& leftover : change.leftovers)
-      if (!leftover.failure.empty()) say(leftover.failure);
+      if (!leftover.failure.empty()) tell("latest", leftover.failure);
     change_latest(change.places, target_of(change.places));
     return 0;
   } catch (const kav_failure& failure) {
-    say(failure.what());
+    tell("latest", failure.what());
     return 1;
   }
 }

@@ -32,10 +32,6 @@
 namespace kav {
 namespace {
 
-void say(const std::string& line) {
-  std::fprintf(stderr, "%s: stage: %s\n", program_invocation_short_name, line.c_str());
-}
-
 // A copy in the making under a name that is no version, closed to others
 // until it is judged. After a replacement, its name holds the data replaced.
 class kav_staging_copy {
@@ -153,7 +149,7 @@ void refuse_if_used(const std::string& name) {
 
 // Says every reason but the last, which ends the command.
 [[noreturn]] void refuse(const std::vector<std::string>& reasons) {
-  for (std::size_t i = 0; i + 1 < reasons.size(); ++i) say(reasons[i]);
+  for (std::size_t i = 0; i + 1 < reasons.size(); ++i) tell("stage", reasons[i]);
   throw kav_failure(reasons.back());
 }
 
@@ -226,7 +222,7 @@ void install(const kav_places& places, kav_staging_copy& copy, const std::string
     // The copy is judged, not the source: nobody else can change it.
     const kav_check verdict = check_data_set(copy.path(), name);
     if (!verdict.reasons.empty()) refuse(verdict.reasons);
-    if (!keys.required()) say(no_keys_words);
+    if (!keys.required()) tell("stage", no_keys_words);
   }
   if (staged) {
     if (!named) point_latest_at(places, root);
@@ -328,15 +324,15 @@ int stage_data_set(const std::string& source, const std::string& as, const std::
   try {
     change.emplace(begin_change());
     for (const kav_leftover& leftover : change->leftovers)
-      if (!leftover.failure.empty()) say(leftover.failure);
+      if (!leftover.failure.empty()) tell("stage", leftover.failure);
     stage(change->places, source, as, signature, replace_newer, copy);
   } catch (const kav_failure& failure) {
-    say(failure.what());
+    tell("stage", failure.what());
     status = 1;
   }
   const std::string left = copy ? copy->remove() : std::string();
   if (!left.empty()) {
-    say(left);
+    tell("stage", left);
     status = 1;
   }
   return status;
