@@ -15,6 +15,7 @@
 #include "fs/unique_fd.h"
 #include "kavdata/device/version_name.h"
 #include "kavdata/walks/failure.h"
+#include "kavdata/walks/io.h"
 #include "kavdata/walks/source.h"
 #include "kavdata/walks/words.h"
 #include "version/kav_version.h"
@@ -283,13 +284,7 @@ class kav_unpacker {
     char buffer[65536];
     for (la_ssize_t length; (length = archive_read_data(a, buffer, sizeof buffer)) != 0;) {
       if (length < 0) refuse_read(a);
-      for (const char* next = buffer; length > 0;) {
-        const ssize_t written = ::write(out.get(), next, static_cast<std::size_t>(length));
-        if (written < 0 && errno == EINTR) continue;
-        if (written < 0) fail("cannot write " + escaped(path), errno);
-        next += written;
-        length -= written;
-      }
+      write_all(out.get(), buffer, static_cast<std::size_t>(length), escaped(path));
     }
     settle(out.get(), file_mode, path);
     if (out.close() != 0) fail("cannot write " + escaped(path), errno);

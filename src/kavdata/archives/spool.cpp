@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include "kavdata/walks/failure.h"
+#include "kavdata/walks/io.h"
 #include "kavdata/walks/source.h"
 #include "kavdata/walks/words.h"
 
@@ -24,16 +25,6 @@ unique_fd anonymous_file(int near, const std::string& near_path, bool& on_disk) 
   if (!fd.valid()) fd = unique_fd(::memfd_create("kavdata-archive", MFD_CLOEXEC));
   if (!fd.valid()) fail("cannot hold the archive in memory", errno);
   return fd;
-}
-
-void write_all(int fd, const unsigned char* bytes, std::size_t size, const std::string& where) {
-  while (size > 0) {
-    const ssize_t written = ::write(fd, bytes, size);
-    if (written < 0 && errno == EINTR) continue;
-    if (written < 0) fail("cannot write the archive in " + escaped(where), errno);
-    bytes += written;
-    size -= static_cast<std::size_t>(written);
-  }
 }
 
 }  // namespace
@@ -62,7 +53,8 @@ kav_spool spool_archive(int input, int near, const std::string& near_path) {
                         " are free, and holding it leaves less than " +
                         size_words(archive_free_margin));
     crypto_generichash_update(&state, buffer, static_cast<std::size_t>(length));
-    write_all(spool.fd.get(), buffer, static_cast<std::size_t>(length), near_path);
+    write_all(spool.fd.get(), reinterpret_cast<const char*>(buffer),
+              static_cast<std::size_t>(length), "the archive in " + escaped(near_path));
   }
   crypto_generichash_final(&state, spool.digest.data(), spool.digest.size());
   if (::lseek(spool.fd.get(), 0, SEEK_SET) != 0) fail("cannot read the archive", errno);

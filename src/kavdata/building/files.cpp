@@ -8,6 +8,7 @@
 
 #include "fs/unique_fd.h"
 #include "kavdata/walks/failure.h"
+#include "kavdata/walks/io.h"
 #include "kavdata/walks/limits.h"
 #include "kavdata/walks/words.h"
 
@@ -24,15 +25,12 @@ std::string read_file_at(int directory, const std::string& name, const std::stri
   if (static_cast<std::uint64_t>(status.st_size) > archive_file_limit)
     throw kav_failure(shown + " is larger than " + size_words(archive_file_limit));
   newest = std::max<std::int64_t>(newest, status.st_mtime);
-  std::string bytes(static_cast<std::size_t>(status.st_size), '\0');
-  std::size_t length = 0;
-  while (length < bytes.size()) {
-    const ssize_t got = ::read(fd.get(), bytes.data() + length, bytes.size() - length);
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0) fail("cannot read " + shown, errno);
-    if (got == 0) throw kav_failure(shown + " changed while it was read");
-    length += static_cast<std::size_t>(got);
-  }
+  const std::size_t size = static_cast<std::size_t>(status.st_size);
+  std::string bytes;
+  bytes.reserve(size);
+  if (const int error = read_at_most(fd.get(), size, bytes); error != 0)
+    fail("cannot read " + shown, error);
+  if (bytes.size() != size) throw kav_failure(shown + " changed while it was read");
   return bytes;
 }
 
@@ -43,12 +41,7 @@ void write_file_at(int directory, const std::string& name, const std::string& by
   if (!fd.valid() && errno == EEXIST)
     throw kav_failure(shown + " is made twice: the input names a zone so");
   if (!fd.valid()) fail("cannot write " + shown, errno);
-  for (std::size_t done = 0; done < bytes.size();) {
-    const ssize_t written = ::write(fd.get(), bytes.data() + done, bytes.size() - done);
-    if (written < 0 && errno == EINTR) continue;
-    if (written < 0) fail("cannot write " + shown, errno);
-    done += static_cast<std::size_t>(written);
-  }
+  write_all(fd.get(), bytes.data(), bytes.size(), shown);
   if (fd.close() != 0) fail("cannot write " + shown, errno);
 }
 

@@ -11,6 +11,7 @@
 #include "kavdata/walks/failure.h"
 #include "kavdata/walks/handles.h"
 #include "kavdata/walks/limits.h"
+#include "kavdata/walks/io.h"
 #include "kavdata/walks/words.h"
 
 namespace kav {
@@ -110,16 +111,10 @@ bool zone_file_name(std::string_view name) {
 
 std::string read_zone_file(int fd, kav_zone& zone) {
   std::string bytes;
-  char chunk[65536];
-  for (;;) {
-    const ssize_t got = ::read(fd, chunk, sizeof chunk);
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0) return "cannot be read: " + error_words(errno);
-    if (got == 0) break;
-    bytes.append(chunk, static_cast<std::size_t>(got));
-    if (bytes.size() > zone_file_bound)
-      return "is not a zone file: it is larger than " + size_words(zone_file_bound);
-  }
+  if (const int error = read_at_most(fd, zone_file_bound, bytes); error != 0)
+    return "cannot be read: " + error_words(error);
+  if (bytes.size() > zone_file_bound)
+    return "is not a zone file: it is larger than " + size_words(zone_file_bound);
   kav_zone_read read = read_zone(bytes);
   if (!read.problem.empty()) return "is not a zone file: " + read.problem;
   zone = std::move(read.zone);

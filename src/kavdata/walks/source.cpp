@@ -10,6 +10,7 @@
 #include "fs/unique_fd.h"
 #include "kavdata/walks/failure.h"
 #include "kavdata/walks/handles.h"
+#include "kavdata/walks/io.h"
 #include "kavdata/walks/words.h"
 
 namespace kav {
@@ -121,17 +122,10 @@ int open_source(const std::string& path) {
 }
 
 std::string read_bounded(int fd, std::size_t limit, const std::string& what) {
-  std::string bytes(limit + 1, '\0');
-  std::size_t length = 0;
-  while (length <= limit) {
-    const ssize_t got = ::read(fd, bytes.data() + length, bytes.size() - length);
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0) fail("cannot read " + what, errno);
-    if (got == 0) break;
-    length += static_cast<std::size_t>(got);
-  }
-  if (length > limit) throw kav_failure(what + " is larger than " + size_words(limit));
-  bytes.resize(length);
+  std::string bytes;
+  if (const int error = read_at_most(fd, limit, bytes); error != 0)
+    fail("cannot read " + what, error);
+  if (bytes.size() > limit) throw kav_failure(what + " is larger than " + size_words(limit));
   return bytes;
 }
 

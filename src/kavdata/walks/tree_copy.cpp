@@ -8,6 +8,7 @@
 
 #include "kavdata/walks/failure.h"
 #include "kavdata/walks/handles.h"
+#include "kavdata/walks/io.h"
 #include "kavdata/walks/words.h"
 
 namespace kav {
@@ -111,12 +112,7 @@ class kav_tree_copier {
       if (length < 0 && errno == EINTR) continue;
       if (length < 0) fail("cannot read " + escaped(from), errno);
       if (length == 0) break;
-      for (const char* next = buffer; next < buffer + length;) {
-        const ssize_t written = ::write(out, next, static_cast<std::size_t>(buffer + length - next));
-        if (written < 0 && errno == EINTR) continue;
-        if (written < 0) fail("cannot write " + escaped(to), errno);
-        next += written;
-      }
+      write_all(out, buffer, static_cast<std::size_t>(length), escaped(to));
       copied += static_cast<std::uint64_t>(length);
     }
     return copied;
