@@ -1,7 +1,6 @@
 #include "kavdata/reports/diff.h"
 
 #include <cerrno>
-#include <climits>
 #include <cstdio>
 #include <ctime>
 #include <fcntl.h>
@@ -19,6 +18,7 @@
 #include "kavdata/walks/failure.h"
 #include "kavdata/walks/handles.h"
 #include "kavdata/walks/identity.h"
+#include "kavdata/walks/source.h"
 #include "kavdata/walks/words.h"
 #include "kavdata/zones/calendar.h"
 
@@ -70,17 +70,18 @@ std::optional<kav_side> device_side(const std::string& word, const std::vector<s
   return side(build_data_set(root), root + "/zoneinfo");
 }
 
-// A data set directory of the caller's; root reads it as its owner.
-kav_side directory_side(const std::string& directory, const struct stat& status,
-                        const std::vector<std::string>& only) {
+// A data set directory of the caller's, reached as check reaches one; root
+// reads it as the owner of what it reached.
+kav_side directory_side(const std::string& directory, const std::vector<std::string>& only) {
+  const unique_fd top(open_given(directory, O_RDONLY | O_DIRECTORY | O_NONBLOCK));
+  struct stat status;
+  if (!top.valid() || ::fstat(top.get(), &status) != 0)
+    fail(escaped(directory) + " cannot be read", errno);
   std::optional<kav_provider> provider;
   std::optional<kav_provider::kav_acting> acting;
   if (::geteuid() == 0) acting.emplace(provider.emplace(status, escaped(directory).c_str()));
-  const unique_fd top(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  const unique_fd zoneinfo(top.valid() ? open_directory_at(top.get(), "zoneinfo") : -1);
-  if (!zoneinfo.valid())
-    fail(escaped(directory) + (top.valid() ? " has no zoneinfo/ directory" : " cannot be read"),
-         errno);
+  const unique_fd zoneinfo(open_directory_at(top.get(), "zoneinfo"));
+  if (!zoneinfo.valid()) fail(escaped(directory) + " has no zoneinfo/ directory", errno);
   const std::size_t end = directory.find_last_not_of('/');
   const std::size_t start = end == std::string::npos ? 0 : directory.rfind('/', end) + 1;
   return {escaped(directory.substr(start, end == std::string::npos ? 0 : end - start + 1)),
@@ -103,7 +104,7 @@ kav_side read_side(const std::string& side, const std::vector<std::string>& only
   const bool exists = ::stat(side.c_str(), &status) == 0;
   if (side == "-" || (exists && !S_ISDIR(status.st_mode))) return archive_side(side, only);
   if (exists && side != "system" && side != "in-use" && side != "latest")
-    return directory_side(side, status, only);
+    return directory_side(side, only);
   if (std::optional<kav_side> found = device_side(side, only)) return std::move(*found);
   throw kav_failure(escaped(side) + " is neither a data set, an archive, nor a data set of the device");
 }
@@ -112,15 +113,14 @@ kav_side read_side(const std::string& side, const std::vector<std::string>& only
 bool told_problems(const kav_zone_tree& tree) {
   const std::vector<std::string>& problems = tree.problems;
   for (std::size_t i = 0; i < problems.size() && i < problems_told; ++i)
-    std::fprintf(stderr, "%s: diff: %s\n", program_invocation_short_name, problems[i].c_str());
+    tell("diff", problems[i]);
   if (problems.size() > problems_told)
-    std::fprintf(stderr, "%s: diff: and %zu more\n", program_invocation_short_name,
-                 problems.size() - problems_told);
+    tell("diff", "and " + std::to_string(problems.size() - problems_told) + " more");
   return !problems.empty();
 }
 
 int bad_input(const std::string& line) {
-  std::fprintf(stderr, "%s: diff: %s\n", program_invocation_short_name, line.c_str());
+  tell("diff", line);
   return trouble;
 }
 
